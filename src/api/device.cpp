@@ -1,0 +1,92 @@
+#include "api/device.h"
+
+namespace zr {
+
+namespace {
+constexpr uint32_t kMesaImage = 0x400000;
+constexpr uint32_t kRidgeImage = 0x800000;
+
+const ModelInfo kModels[] = {
+    {"Mesa1", false, false, 20.6e9, kMesaImage, false, false},
+    {"Mesa2", false, false, 20.6e9, kMesaImage, true, false},
+    {"Mesa3", false, true, 20.6e9, kMesaImage, false, false},
+    {"Ridge2", true, false, 44.2e9, kRidgeImage, true, true},
+    {"Ridge3", true, true, 44.2e9, kRidgeImage, false, true},
+};
+}  // namespace
+
+const ModelInfo& modelInfo(ZrDeviceType type) {
+    return isValidDeviceType(type) ? kModels[type] : kModels[0];
+}
+
+ZrSweepSettings defaultSweepSettings() {
+    ZrSweepSettings s{};
+    s.speed = zrSweepSpeedAuto;
+    s.center = 10300050000.0;
+    s.span = 20599900000.0;
+    s.rbw = 100000.0;
+    s.vbw = 100000.0;
+    s.detector = zrDetectorAverage;
+    s.scale = zrScaleLog;
+    s.videoUnits = zrVideoPower;
+    s.spurReject = 0;
+    s.window = zrWindowNuttall;
+    return s;
+}
+
+ZrRealTimeSettings defaultRealTimeSettings() {
+    ZrRealTimeSettings s{};
+    s.center = 1e9;
+    s.span = 1.6e8;
+    s.rbw = 30000.0;
+    s.detector = zrDetectorMinMax;
+    s.scale = zrScaleLog;
+    s.refLevel = 0.0;
+    s.dynamicRange = 100.0;
+    s.window = zrWindowNuttall;
+    return s;
+}
+
+ZrDevice::ZrDevice(std::unique_ptr<DeviceInterface> t) : transport(std::move(t)) {
+    if (transport) {
+        ZrDeviceType type = transport->GetDeviceType();
+        deviceType = isValidDeviceType(type) ? type : zrDeviceTypeMesa1;
+        serialNumber = transport->deviceSerial;
+    }
+    maxFrequency = modelInfo(deviceType).maxFrequency;
+}
+
+// Engines are stopped and deleted by the mode layer before a device is
+// destroyed; by now every engine pointer is null.
+ZrDevice::~ZrDevice() = default;
+
+bool ZrDevice::allowsIQBaseRate() const {
+    switch (deviceType) {
+        case zrDeviceTypeMesa1: return firmwareRevision >= 8;
+        case zrDeviceTypeMesa2: return firmwareRevision >= 11;
+        default: return true;
+    }
+}
+
+bool ZrDevice::disciplinesTimebaseInFirmware() const {
+    switch (deviceType) {
+        case zrDeviceTypeMesa1: return firmwareRevision >= 9;
+        case zrDeviceTypeMesa2: return firmwareRevision >= 12;
+        default: return true;
+    }
+}
+
+bool ZrDevice::allowsWriteToGPS() const {
+    switch (deviceType) {
+        case zrDeviceTypeMesa1: return firmware().eachAtLeast(4, 5, 10);
+        case zrDeviceTypeMesa2: return firmware().eachAtLeast(4, 5, 13);
+        case zrDeviceTypeMesa3: return firmware().eachAtLeast(6, 6, 4);
+        default: return true;
+    }
+}
+
+bool ZrDevice::allowsFullBandTrigger() const {
+    return deviceType == zrDeviceTypeMesa3 && firmware().eachAtLeast(7, 7, 5);
+}
+
+}  // namespace zr

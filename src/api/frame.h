@@ -1,0 +1,36 @@
+#pragma once
+// The door every exported function passes: the handle table and the checks
+// that run, in a fixed order, before any work.
+
+#include <cmath>
+
+#include "api/device.h"
+
+namespace zr {
+
+constexpr int kMaxDevices = 9;
+
+// Process-wide, no lock: opens and closes are serialised by the caller.
+extern ZrDevice* deviceTable[kMaxDevices];
+
+// Steps 1 and 2 of the frame: the handle compared as unsigned (so negative
+// handles fail), then the table entry. Null means zrInvalidDeviceErr.
+inline ZrDevice* lookupDevice(int handle) {
+    if (static_cast<unsigned>(handle) > static_cast<unsigned>(kMaxDevices - 1)) return nullptr;
+    return deviceTable[handle];
+}
+
+// Lowest free index or -1; used by the open calls.
+int firstFreeHandle();
+
+// Rejects enumeration values above the last member (and negative ones,
+// which arrive as huge unsigned values through the C interface).
+inline bool enumInRange(int value, int last) {
+    return static_cast<unsigned>(value) <= static_cast<unsigned>(last);
+}
+
+// NaN compares false with everything, so clamps written as min/max pass it
+// through; every double a setter takes goes through this first.
+inline bool isFiniteArg(double v) { return std::isfinite(v); }
+
+}  // namespace zr
