@@ -265,6 +265,73 @@ ZR_EXPORT ZrStatus zrGetIQParameters(int device, double* sampleRate, double* ban
 ZR_EXPORT ZrStatus zrGetIQCenterFreq(int device, double* center);
 ZR_EXPORT ZrStatus zrGetIQSweepListSteps(int device, int* steps);
 
+/* ------------------------------------------------------------------------
+ * Settings. Setters store (clamped) values and talk to no instrument; a new
+ * value takes effect at the next zrConfigure. Clamped values answer
+ * zrSettingClamped; non-finite doubles are rejected with
+ * zrInvalidParameterErr. Frequencies are limited to 9 kHz .. the model's
+ * maximum.
+ * ---------------------------------------------------------------------- */
+
+ZR_EXPORT ZrStatus zrSetSweepSpeed(int device, ZrSweepSpeed speed);
+ZR_EXPORT ZrStatus zrSetSweepCenterSpan(int device, double center, double span);
+ZR_EXPORT ZrStatus zrSetSweepStartStop(int device, double start, double stop);
+ZR_EXPORT ZrStatus zrSetSweepCoupling(int device, double rbw, double vbw, double sweepTime);
+ZR_EXPORT ZrStatus zrSetSweepDetector(int device, ZrDetector detector, ZrVideoUnits units);
+ZR_EXPORT ZrStatus zrSetSweepScale(int device, ZrScale scale);
+ZR_EXPORT ZrStatus zrSetSweepWindow(int device, ZrWindowType window);
+ZR_EXPORT ZrStatus zrSetSweepSpurReject(int device, ZrBool enabled);
+
+ZR_EXPORT ZrStatus zrSetRealTimeCenterSpan(int device, double center, double span);
+ZR_EXPORT ZrStatus zrSetRealTimeRBW(int device, double rbw);
+ZR_EXPORT ZrStatus zrSetRealTimeDetector(int device, ZrDetector detector);
+ZR_EXPORT ZrStatus zrSetRealTimeScale(int device, ZrScale scale, double refLevel, double dynamicRange);
+ZR_EXPORT ZrStatus zrSetRealTimeWindow(int device, ZrWindowType window);
+
+ZR_EXPORT ZrStatus zrSetIQBaseSampleRate(int device, ZrIQBaseRate rate);
+ZR_EXPORT ZrStatus zrSetIQDataType(int device, ZrDataType type);
+ZR_EXPORT ZrStatus zrSetIQCenterFreq(int device, double center);
+/* decimation: a power of two, 1 to 4096; otherwise zrInvalidIQDecimationErr */
+ZR_EXPORT ZrStatus zrSetIQSampleRate(int device, int decimation);
+ZR_EXPORT ZrStatus zrSetIQBandwidth(int device, ZrBool softwareFilter, double bandwidth);
+ZR_EXPORT ZrStatus zrSetIQExtTriggerEdge(int device, ZrTriggerEdge edge);
+/* Process-wide: the value written where no trigger was found. No handle. */
+ZR_EXPORT ZrStatus zrSetIQTriggerSentinel(double sentinel);
+/* 5.24288 to 41.94304 ms, clamped silently. */
+ZR_EXPORT ZrStatus zrSetIQQueueSize(int device, float milliseconds);
+ZR_EXPORT ZrStatus zrSetIQUSBQueueSize(int device, float milliseconds);
+
+ZR_EXPORT ZrStatus zrSetIQSweepListDataType(int device, ZrDataType type);
+ZR_EXPORT ZrStatus zrSetIQSweepListCorrected(int device, ZrBool corrected);
+ZR_EXPORT ZrStatus zrSetIQSweepListSteps(int device, int steps);
+ZR_EXPORT ZrStatus zrSetIQSweepListFreq(int device, int step, double freq);
+ZR_EXPORT ZrStatus zrSetIQSweepListRef(int device, int step, double refLevel);
+ZR_EXPORT ZrStatus zrSetIQSweepListAtten(int device, int step, int atten);
+ZR_EXPORT ZrStatus zrSetIQSweepListSampleCount(int device, int step, uint32_t samples);
+
+/* Segmented family: zrInvalidDeviceErr on models without capture memory. */
+ZR_EXPORT ZrStatus zrSetSegIQDataType(int device, ZrDataType type);
+ZR_EXPORT ZrStatus zrSetSegIQCenterFreq(int device, double center);
+ZR_EXPORT ZrStatus zrSetSegIQVideoTrigger(int device, double level, ZrTriggerEdge edge);
+ZR_EXPORT ZrStatus zrSetSegIQExtTrigger(int device, ZrTriggerEdge edge);
+ZR_EXPORT ZrStatus zrSetSegIQFMTParams(int device, int fftSize, const double* frequencies,
+                                       const double* amplitudes, int count);
+ZR_EXPORT ZrStatus zrSetSegIQSegmentCount(int device, int count);
+ZR_EXPORT ZrStatus zrSetSegIQSegment(int device, int segment, ZrTriggerType type, int preTrigger,
+                                     uint32_t captureSize, double timeout);
+
+ZR_EXPORT ZrStatus zrSetAudioCenterFreq(int device, double center);
+ZR_EXPORT ZrStatus zrSetAudioType(int device, ZrAudioType type);
+ZR_EXPORT ZrStatus zrSetAudioFilters(int device, double ifBandwidth, double lowPass, double highPass);
+ZR_EXPORT ZrStatus zrSetAudioFMDeemphasis(int device, double microseconds);
+
+ZR_EXPORT ZrStatus zrSetIQFullBandAtten(int device, int atten);
+ZR_EXPORT ZrStatus zrSetIQFullBandCorrected(int device, ZrBool corrected);
+ZR_EXPORT ZrStatus zrSetIQFullBandSamples(int device, int samples);
+ZR_EXPORT ZrStatus zrSetIQFullBandTriggerType(int device, ZrTriggerType type);
+ZR_EXPORT ZrStatus zrSetIQFullBandVideoTrigger(int device, double level);
+ZR_EXPORT ZrStatus zrSetIQFullBandTriggerTimeout(int device, double seconds);
+
 #ifdef __cplusplus
 }
 #endif
