@@ -332,6 +332,18 @@ ZR_EXPORT ZrStatus zrSetIQFullBandTriggerType(int device, ZrTriggerType type);
 ZR_EXPORT ZrStatus zrSetIQFullBandVideoTrigger(int device, double level);
 ZR_EXPORT ZrStatus zrSetIQFullBandTriggerTimeout(int device, double seconds);
 
+/* ------------------------------------------------------------------------
+ * Data folder. The library keeps its error log (mesa_error_log.txt) in one
+ * folder and its calibration and timebase caches in cal_files/ below it.
+ * By default: /var/lib/Quillon/ when it can be created and written, else
+ * ~/.local/share/Quillon/. This sets it for the whole process; call it
+ * before the first open. The folder is created if missing.
+ * zrNullPtrErr for null, zrInvalidParameterErr for an empty path or one
+ * that cannot be created or written.
+ * ---------------------------------------------------------------------- */
+
+ZR_EXPORT ZrStatus zrSetDataFolder(const char* path);
+
 #ifdef __cplusplus
 }
 #endif
