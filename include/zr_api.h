@@ -19,6 +19,7 @@
 #ifndef ZR_API_H
 #define ZR_API_H
 
+#include <stdbool.h>
 #include <stdint.h>
 
 #if defined(_WIN32)
@@ -352,6 +353,139 @@ ZR_EXPORT ZrStatus zrSetIQFullBandTriggerTimeout(int device, double seconds);
  * ---------------------------------------------------------------------- */
 
 ZR_EXPORT ZrStatus zrSetDataFolder(const char* path);
+
+/* ------------------------------------------------------------------------
+ * Calibration records and their inspection.
+ *
+ * An instrument carries its factory calibration as one flat little-endian
+ * image: MesaCalData (Mesa1/2/3, 525 frequency slices of 39.0625 MHz) or
+ * RidgeCalData (Ridge2/3, 1130 slices). The structs below are those images
+ * byte for byte; every field sits at a fixed offset and the reserved arrays
+ * are part of the layout, so an image read from flash or from a cache file
+ * can be used in place. Flash that was never written reads 0xFF, and a
+ * field that is all ones means "nothing stored".
+ *
+ * The first 0x40000 bytes are the head, written at manufacture; the rest is
+ * the corrections block. Temperature axes have 11 points (nominally -44 to
+ * +66 degrees C in steps of 11), attenuator states 7 (0 to 30 dB), IF
+ * columns 28 per slice.
+ *
+ * Where a function exists for both records, "Mesa" names the MesaCalData
+ * form and "Ridge" the RidgeCalData form. Functions taking a plain byte
+ * pointer read fields that sit at the same offset in both records. None of
+ * these functions touches an instrument; a null pointer makes an inquiry
+ * answer false (or 0xFFFFFFFF for dates and versions) and a builder do
+ * nothing.
+ * ---------------------------------------------------------------------- */
+
+#define ZR_CAL_TEMPERATURES 11
+#define ZR_CAL_ATTEN_STATES 7
+#define ZR_CAL_IF_COLUMNS 28
+#define ZR_CAL_MESA_SLICES 525
+#define ZR_CAL_RIDGE_SLICES 1130
+#define ZR_CAL_PRESELECT_FILTERS 11
+#define ZR_CAL_PRESELECT_POINTS 32
+#define ZR_CAL_TIMEBASE_ENTRIES 64
+#define ZR_CAL_LOW_FREQ_POINTS 40
+
+typedef struct MesaCalData {
+    /* head */
+    uint8_t flashHeader[1024];          /* first u32: serial number */
+    float loFreq[4][256];               /* MHz, per VCO sub-band and tuning code, at 33 C */
+    uint8_t reservedHead[0x40000 - 5120];
+    /* corrections, from 0x40000 */
+    uint32_t calDate;                   /* seconds since 1970; 0xFFFFFFFF: no corrections */
+    uint32_t calVersion;
+    float temperature[11];              /* degrees C, ascending */
+    uint16_t timebaseValue[64];         /* coarse-tune history, 0xFFFF ends it */
+    uint8_t pad0[4];
+    uint64_t timebaseDate[64];          /* seconds since 1970 per history entry */
+    int16_t timebaseTempOffset[11];
+    uint8_t gainCode[525];
+    uint8_t pad1[1];
+    float lowFreqCorrection[40];        /* dB at 100 kHz + n * 10 kHz */
+    float gain[11][7][525];             /* dB by temperature, attenuator, slice */
+    float ifRatio[11][525][28];         /* I/Q amplitude ratio per IF column */
+    float ifPhase[11][525][28];         /* I/Q phase difference, radians */
+    float ifFlatness[11][525][28];      /* dB */
+    uint8_t loConfig[11][2625];         /* per temperature and LO index */
+    uint8_t pad2[1];
+    float preselect[11][11][32];        /* dB by temperature, filter, point */
+    uint8_t reservedTail[0x400000 - 0x24C61C];
+} MesaCalData;
+
+typedef struct RidgeCalData {
+    /* head */
+    uint8_t flashHeader[1024];
+    uint8_t cbbCore[513];               /* per point of the LO table */
+    uint8_t cbbBand[513];
+    uint8_t cbbBias[513];
+    uint8_t pad0[1];
+    float loGateBiasDefault;            /* volts, used while there are no corrections */
+    float vva[461];                     /* LO drive per 39.0625 MHz step from 6.015625 GHz */
+    int16_t loftI[455];
+    int16_t loftQ[455];
+    uint32_t ifOutBalance[40];          /* per 500 MHz from 24 GHz */
+    uint32_t ifOutGain[40];
+    uint32_t usesLTC6947;
+    uint8_t reservedHead[0x40000 - 6556];
+    /* corrections, from 0x40000 */
+    uint32_t calDate;
+    uint32_t calVersion;
+    uint16_t timebaseValue[64];
+    uint64_t timebaseDate[64];
+    int16_t timebaseTempOffset[11];
+    uint8_t pad1[2];
+    float temperature[11];
+    float loGateBias[11];               /* volts by temperature */
+    uint8_t gainCode[1130];
+    uint8_t pad2[2];
+    float lowFreqCorrection[40];
+    float gain[11][7][1130];
+    float ifRatio[11][1130][28];
+    float ifPhase[11][1130][28];
+    float ifFlatness[11][1130][28];
+    uint32_t band5Gain[435];            /* per 39.0625 MHz from 24.0234375 GHz */
+    uint32_t band6Balance[11][81];      /* by temperature, per 39.0625 MHz from 41.015625 GHz */
+    uint32_t band6Gain[11][81];
+    float preselect[11][11][32];
+    uint8_t reservedTail[0x7FFFF8 - 0x497110];
+    uint32_t checksum;                  /* word sum, timebase history excluded */
+    uint8_t pad3[4];
+} RidgeCalData;
+
+/* Nominal temperature of a table index; the index is clamped to 0..10. */
+ZR_EXPORT double zrCalGetTempFromIndex(int index);
+/* Bytes of the image that carry tables: 4813082 (ridge) or 2410016. */
+ZR_EXPORT int zrCalGetCalSizeUsed(bool ridge);
+/* The later of calDate and the dates of the stored timebase history, low
+ * 32 bits. The byte form needs to be told which record it is. */
+ZR_EXPORT uint32_t zrCalGetCorrectionCalDate(const uint8_t* image, bool ridge);
+ZR_EXPORT uint32_t zrCalGetCorrectionCalDateMesa(const MesaCalData* image);
+ZR_EXPORT uint32_t zrCalGetCorrectionCalDateRidge(const RidgeCalData* image);
+ZR_EXPORT uint32_t zrCalGetCalVersion(const uint8_t* image);
+ZR_EXPORT bool zrCalDoesFlashHeaderExist(const MesaCalData* image);
+ZR_EXPORT bool zrCalDoesPretestDataExist(const uint8_t* image);
+ZR_EXPORT bool zrCalDoesCBBDataExist(const RidgeCalData* image);
+ZR_EXPORT bool zrCalDoesLOFTDataExist(const RidgeCalData* image);
+ZR_EXPORT bool zrCalDoesOptIFDataExist(const RidgeCalData* image);
+ZR_EXPORT bool zrCalDoesCorrectionsExist(const uint8_t* image);
+/* Reads a whole image (0x400000 or 0x800000 bytes) from a file. False for a
+ * null path, a file that cannot be opened or one that is too short; the
+ * image may then hold part of the file. */
+ZR_EXPORT bool zrCalCorrectionLoadFromFileMesa(const char* path, MesaCalData* image);
+ZR_EXPORT bool zrCalCorrectionLoadFromFileRidge(const char* path, RidgeCalData* image);
+/* Fills the image with the neutral tables that leave a measurement
+ * uncorrected; the image then reports no corrections. */
+ZR_EXPORT void zrCalBuildDummyCorrectionsMesa(MesaCalData* image);
+ZR_EXPORT void zrCalBuildDummyCorrectionsRidge(RidgeCalData* image);
+/* Fills temperature index `to` from index `from` for an instrument that was
+ * calibrated at one temperature. Indices outside 0..10 change nothing. */
+ZR_EXPORT void zrCalPropagateSingleTempCalMesa(MesaCalData* image, int from, int to);
+ZR_EXPORT void zrCalPropagateSingleTempCalRidge(RidgeCalData* image, int from, int to);
+/* Edges and point spacing in Hz of preselector filter 0..10. Another
+ * filter number leaves the outputs untouched; null outputs are skipped. */
+ZR_EXPORT void zrCalGetPreselectFilterInfo(int filter, double* start, double* stop, double* step);
 
 #ifdef __cplusplus
 }
