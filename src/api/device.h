@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "zr_api.h"
+#include "transport/command_list.h"
 #include "transport/device_interface.h"
 
 namespace zr {
@@ -235,6 +236,10 @@ struct ZrDevice {
     EngineSegmentedIQ* segmentedEngine = nullptr;
     EngineCustom* customEngine = nullptr;
     EngineIQSweepList* iqSweepListEngine = nullptr;
+
+    // Built once at start-up, sent on every change of power state.
+    CommandList wakeList;
+    CommandList standbyList;
 
     std::vector<uint8_t> iqQueueStorage;  // outlives engines
 
