@@ -265,6 +265,13 @@ ZR_EXPORT ZrStatus zrGetIQParameters(int device, double* sampleRate, double* ban
 ZR_EXPORT ZrStatus zrGetIQCenterFreq(int device, double* center);
 ZR_EXPORT ZrStatus zrGetIQSweepListSteps(int device, int* steps);
 
+/* ---- Signal processing without a device ---------------------------------- */
+/* Resamples complex f32 capture data from 250 MS/s to 245.76 MS/s. inputLen
+ * and *outputLen count complex samples; *outputLen gives the room in output on
+ * entry (at least 33) and the samples written on return. */
+ZR_EXPORT ZrStatus zrSegIQLTEResample(float* input, int inputLen, float* output, int* outputLen,
+                                      ZrBool clearDelayLine);
+
 #ifdef __cplusplus
 }
 #endif
