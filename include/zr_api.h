@@ -550,6 +550,13 @@ ZR_EXPORT ZrStatus zrGetSFPDiagnostics(int device, float* temperature, float* vo
 ZR_EXPORT ZrStatus zrSetFanThreshold(int device, int celsius);
 ZR_EXPORT ZrStatus zrGetFanThreshold(int device, int* celsius);
 
+/* ---- Signal processing without a device ---------------------------------- */
+/* Resamples complex f32 capture data from 250 MS/s to 245.76 MS/s. inputLen
+ * and *outputLen count complex samples; *outputLen gives the room in output on
+ * entry (at least 33) and the samples written on return. */
+ZR_EXPORT ZrStatus zrSegIQLTEResample(float* input, int inputLen, float* output, int* outputLen,
+                                      ZrBool clearDelayLine);
+
 #ifdef __cplusplus
 }
 #endif
