@@ -284,6 +284,13 @@ void Instrument::pump() {
             fifoHead_ = (fifoHead_ + 1) % kFifoReplies;
             --fifoCount_;
         }
+        // Status faults last a number of reads, whatever number of status
+        // blocks each read carries.
+        if (statusInRead_) {
+            if (badMagic_ > 0) --badMagic_;
+            if (jesd_ > 0) --jesd_;
+            statusInRead_ = false;
+        }
         r->transferred = r->shortByOne && r->size > 0 ? r->size - 1 : r->size;
         r->failed = false;
         r->done = true;
@@ -448,10 +455,8 @@ void Instrument::render(const Reply& r, uint8_t* dst, uint32_t bytes) {
 void Instrument::renderStatus(const Reply& r, uint8_t* p) {
     std::memset(p, 0, kReplyBytes);
     uint32_t magic = kMagic;
-    if (badMagic_ > 0) {
-        --badMagic_;
-        magic = 0x0BADF00D;
-    }
+    statusInRead_ = true;
+    if (badMagic_ > 0) magic = 0x0BADF00D;
     put32(p, 0, magic);
     put32(p, 4, fwRevision_);
     put32(p, 8, static_cast<uint32_t>(r.statusTick));
@@ -465,10 +470,7 @@ void Instrument::renderStatus(const Reply& r, uint8_t* p) {
         lossCounter_ = static_cast<uint8_t>(lossCounter_ + pendingLoss_);
         pendingLoss_ = 0;
     }
-    if (jesd_ > 0) {
-        --jesd_;
-        flags |= 0x08;
-    }
+    if (jesd_ > 0) flags |= 0x08;
     if (ppsValid_) flags |= 0x10;
     p[28] = flags;
     p[29] = lossCounter_;
@@ -499,7 +501,7 @@ double Instrument::pathGainDb(double freqHz, double attenDb, double celsius) {
     const double g = freqHz / 1e9;
     const double dt = celsius - 25.0;
     return -4.0 - 0.35 * g + 1.2 * std::sin(kTwoPi * g / 1.7 + 0.3) + 0.6 * std::cos(kTwoPi * g / 0.45) -
-           attenDb - 0.018 * dt * (1.0 + 0.05 * g) + 0.0004 * dt * dt;
+           attenDb - 0.018 * dt * (1.0 + 0.05 * g) + 0.0002 * dt * dt;
 }
 
 double Instrument::pathGainDb(double freqHz) const {

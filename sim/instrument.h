@@ -109,8 +109,9 @@ public:
     void setFpgaLoadFails(bool fails);  // the FPGA load poll answers 0
 
     // ---- Faults ----
-    void injectBadMagic(int statusBlocks);
-    void injectJesdUnsynced(int statusBlocks);
+    // For the next n reads that carry status blocks.
+    void injectBadMagic(int reads);
+    void injectJesdUnsynced(int reads);
     void setAdcOverload(bool on);
     void injectSampleLoss(int lostCount);  // next status: bit 2 and the counter advance
     void failNextWrite();
@@ -224,8 +225,9 @@ private:
     uint16_t fwMinor_ = 5, fwMajor_ = 7;
     uint8_t gpioInput_ = 0;
     bool ppsValid_ = false;
-    int badMagic_ = 0;
-    int jesd_ = 0;
+    int badMagic_ = 0;       // reads still to carry a bad magic
+    bool statusInRead_ = false;
+    int jesd_ = 0;           // reads still to carry the JESD bit
     bool adcOverload_ = false;
     int pendingLoss_ = 0;
     uint8_t lossCounter_ = 0;
