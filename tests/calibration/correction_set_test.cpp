@@ -273,13 +273,14 @@ TEST(CorrectionRidge, GateBiasAndBand6Words) {
     rs = ridgeSet();
     const double start = 4.1015625e10, step = 3.90625e7;
     uint32_t bal = 0, gain = 0;
-    rs->SetTemperature(tempAt(3, 0.5));  // not above 0.5: lower row
+    rs->tempIndex = 3;
+    rs->tempFrac = 0.5;  // not above 0.5: lower row
     rs->GetBand6Words(start + 2.49 * step, &bal, &gain);
     EXPECT_EQ(bal, 0x20000u + 256u * 3 + 2);
     EXPECT_EQ(gain, 0x30000u + 256u * 3 + 4);
     rs->GetBand6Words(start + 2.5 * step, &bal, &gain);  // rounds up
     EXPECT_EQ(bal, 0x20000u + 256u * 3 + 3);
-    rs->SetTemperature(tempAt(3, 0.6));  // upper row
+    rs->tempFrac = 0.5000001;  // upper row
     rs->GetBand6Words(start + 2.5 * step, &bal, &gain);
     EXPECT_EQ(bal, 0x20000u + 256u * 4 + 3);
     EXPECT_EQ(gain, 0x30000u + 256u * 4 + 6);

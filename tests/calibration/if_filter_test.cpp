@@ -293,3 +293,32 @@ TEST(IFFilter, CoefficientRangesAndRefusals) {
     for (int n = 0; n < 63; ++n) EXPECT_EQ(coeffs[2 * n], coeffs[2 * n + 1]);
     EXPECT_EQ(coeffs[62], 131071);
 }
+
+// Low-pass shapes of every width and depth: from filters that need no limit
+// through ones just past it to narrow ones whose centre neighbours are the
+// largest taps. All must match the reference, and the set must reach each
+// of those regimes, or the comparison would prove little.
+TEST(IFFilter, MatchesReferenceAcrossShapesAroundThePeakLimit) {
+    auto im = makeMesaImage();
+    CorrectionSet set;
+    set.LoadCorrections(*im);
+    set.SetTemperature(tempBetween(7, 0.2));
+    const int slice = 300;
+    bool unlimited = false, justPast = false, neighbourLargest = false;
+    for (int edge = 1; edge <= 14; ++edge)
+        for (double depth : {2.0, 4.0, 7.0, 12.0, 25.0}) {
+            for (int t = 0; t < 11; ++t)
+                for (int k = 0; k < 28; ++k)
+                    set.mesa->ifFlatness[t][slice][k] = static_cast<float>(k < edge ? 0.05 * t : -depth);
+            const Reference ref = referenceFor(*set.mesa, set, slice, false);
+            expectMatches(set, ref, slice, false);
+            const double p = ref.outerPeakBeforeLimit;
+            unlimited |= p <= 0.25;
+            justPast |= p > 0.25 && p < 0.3;
+            const double scale = p > 0.25 ? 0.25 / p : 1.0;
+            neighbourLargest |= std::max({std::fabs(ref.a[30]), std::fabs(ref.a[32])}) > p * scale;
+        }
+    EXPECT_TRUE(unlimited);
+    EXPECT_TRUE(justPast);
+    EXPECT_TRUE(neighbourLargest);
+}
