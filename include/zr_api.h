@@ -28,6 +28,15 @@
 #define ZR_EXPORT __attribute__((visibility("default")))
 #endif
 
+/* Enumerations are 32-bit. In C++ they get that as a fixed underlying type,
+ * so any int a C caller passes is a value the library can inspect (and
+ * reject) without undefined behaviour. */
+#ifdef __cplusplus
+#define ZR_ENUM(name) enum name : int32_t
+#else
+#define ZR_ENUM(name) enum name
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -36,7 +45,7 @@ extern "C" {
  * Status codes
  * ---------------------------------------------------------------------- */
 
-typedef enum ZrStatus {
+typedef ZR_ENUM(ZrStatus) {
     zrCalErr = -1003,
     zrMeasErr = -1002,
     zrFlashVerifyErr = -1001,
@@ -76,7 +85,7 @@ typedef enum ZrStatus {
 
 /* Status of the USB service family (zrConfigUSB*): zero is success, every
  * other value an error. */
-typedef enum ZrInitStatus {
+typedef ZR_ENUM(ZrInitStatus) {
     zrInitNoError = 0,
     zrInitDeviceAlreadyOpen = 1,
     zrInitDeviceNotFound = 2,
@@ -87,14 +96,14 @@ typedef enum ZrInitStatus {
     zrInitFileIOError = 7
 } ZrInitStatus;
 
-typedef enum ZrBool { zrFalse = 0, zrTrue = 1 } ZrBool;
+typedef ZR_ENUM(ZrBool) { zrFalse = 0, zrTrue = 1 } ZrBool;
 
 /* ------------------------------------------------------------------------
  * Models and setting enumerations. A function taking any of these rejects
  * values above the last member with zrInvalidParameterErr.
  * ---------------------------------------------------------------------- */
 
-typedef enum ZrDeviceType {
+typedef ZR_ENUM(ZrDeviceType) {
     zrDeviceTypeMesa1 = 0,  /* USB, 20.6 GHz */
     zrDeviceTypeMesa2 = 1,  /* USB, 20.6 GHz, capture memory */
     zrDeviceTypeMesa3 = 2,  /* network, 20.6 GHz */
@@ -102,7 +111,7 @@ typedef enum ZrDeviceType {
     zrDeviceTypeRidge3 = 4  /* network, 44.2 GHz, IF output */
 } ZrDeviceType;
 
-typedef enum ZrMode {
+typedef ZR_ENUM(ZrMode) {
     zrModeIdle = 0,
     zrModeSweeping = 1,
     zrModeRealTime = 2,
@@ -112,20 +121,20 @@ typedef enum ZrMode {
     zrModeIQSweepList = 6
 } ZrMode;
 
-typedef enum ZrSweepSpeed {
+typedef ZR_ENUM(ZrSweepSpeed) {
     zrSweepSpeedAuto = 0,
     zrSweepSpeedNormal = 1,
     zrSweepSpeedFast = 2
 } ZrSweepSpeed;
 
-typedef enum ZrDetector { zrDetectorAverage = 0, zrDetectorMinMax = 1 } ZrDetector;
+typedef ZR_ENUM(ZrDetector) { zrDetectorAverage = 0, zrDetectorMinMax = 1 } ZrDetector;
 
-typedef enum ZrScale {
+typedef ZR_ENUM(ZrScale) {
     zrScaleLog = 0, /* dBm */
     zrScaleLin = 1  /* mV */
 } ZrScale;
 
-typedef enum ZrVideoUnits {
+typedef ZR_ENUM(ZrVideoUnits) {
     zrVideoLog = 0,
     zrVideoVoltage = 1,
     zrVideoPower = 2,
@@ -133,7 +142,7 @@ typedef enum ZrVideoUnits {
 } ZrVideoUnits;
 
 /* 1 is not a member: setters reject it. */
-typedef enum ZrWindowType {
+typedef ZR_ENUM(ZrWindowType) {
     zrWindowFlatTop = 0,
     zrWindowNuttall = 2,
     zrWindowBlackman = 3,
@@ -142,17 +151,17 @@ typedef enum ZrWindowType {
     zrWindowRect = 6
 } ZrWindowType;
 
-typedef enum ZrDataType {
+typedef ZR_ENUM(ZrDataType) {
     zrDataType32fc = 0, /* interleaved 32-bit float I and Q */
     zrDataType16sc = 1  /* interleaved 16-bit integer I and Q */
 } ZrDataType;
 
-typedef enum ZrIQBaseRate {
+typedef ZR_ENUM(ZrIQBaseRate) {
     zrIQBaseRate50M = 0,  /* 50 MS/s */
     zrIQBaseRate61M44 = 1 /* 61.44 MS/s */
 } ZrIQBaseRate;
 
-typedef enum ZrAudioType {
+typedef ZR_ENUM(ZrAudioType) {
     zrAudioAM = 0,
     zrAudioFM = 1,
     zrAudioUSB = 2,
@@ -160,7 +169,7 @@ typedef enum ZrAudioType {
     zrAudioCW = 4
 } ZrAudioType;
 
-typedef enum ZrTriggerType {
+typedef ZR_ENUM(ZrTriggerType) {
     zrTriggerTypeImmediate = 0,
     zrTriggerTypeVideo = 1,
     zrTriggerTypeExternal = 2,
@@ -169,9 +178,9 @@ typedef enum ZrTriggerType {
 
 /* Written unchanged into the instrument's trigger bits; which physical edge
  * each value selects is a property of the instrument's trigger input. */
-typedef enum ZrTriggerEdge { zrTriggerEdge0 = 0, zrTriggerEdge1 = 1 } ZrTriggerEdge;
+typedef ZR_ENUM(ZrTriggerEdge) { zrTriggerEdge0 = 0, zrTriggerEdge1 = 1 } ZrTriggerEdge;
 
-typedef enum ZrPowerState { zrPowerStateOn = 0, zrPowerStateStandby = 1 } ZrPowerState;
+typedef ZR_ENUM(ZrPowerState) { zrPowerStateOn = 0, zrPowerStateStandby = 1 } ZrPowerState;
 
 /* ------------------------------------------------------------------------
  * Settings records. Layout is part of the interface: 15 slots of 8 bytes.
