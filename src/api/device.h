@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "zr_api.h"
+#include "calibration/correction_set.h"
 #include "transport/command_list.h"
 #include "transport/device_interface.h"
 
@@ -200,6 +201,10 @@ struct ZrDevice {
     uint8_t hasIFOutput = 0;
     ZrMode currentMode = zrModeIdle;
     ZrPowerState powerState = zrPowerStateStandby;  // until start-up finishes
+
+    // Working calibration: neutral until the open path loads the
+    // instrument's corrections.
+    CorrectionSet corrections;
 
     // Level: applies to every mode.
     int32_t attenuator = -1;  // -1 automatic, 0..6 in 5 dB steps
