@@ -42,11 +42,6 @@ int attenIndexFor(int setting, double refLevelDbm) { return setting >= 0 ? setti
 
 namespace {
 
-constexpr PreselectFilterInfo kFilters[kPreselectFilters] = {
-    {1e5, 5e7},     {1.9e7, 3.1e7}, {2.38e7, 3.9e7}, {3.3e7, 5.2e7},   {4.2e7, 6.8e7},  {5.9e7, 1e8},
-    {8.5e7, 1.39e8}, {1.33e8, 2.14e8}, {1.85e8, 3.03e8}, {2.71e8, 4.33e8}, {4.01e8, 6.444e8},
-};
-
 struct CoverageRow {
     int firstSlice, lastSlice;
     PreselectRow row;
@@ -63,10 +58,8 @@ std::atomic<int> gForcedFilter{0};
 
 }  // namespace
 
-const PreselectFilterInfo& preselectFilterInfo(int filter) { return kFilters[std::clamp(filter, 0, 10)]; }
-
 int adminSetPreselectorFilter(int filter) {
-    if (filter >= 0 && filter < kPreselectFilters) {
+    if (filter >= 0 && filter < kPreselectFilterCount) {
         gForcedFilter = filter;
         gAutoPreselect = false;
     }
@@ -84,8 +77,8 @@ int selectPreselectFilter(double freq, int slice) {
     if (freq > kPreselectMaxHz) return 0;
     if (!gAutoPreselect) return gForcedFilter;
     int result = 0;
-    for (int k = 0; k < kPreselectFilters; ++k) {
-        if (freq <= kFilters[k].start + 3e6) break;
+    for (int k = 0; k < kPreselectFilterCount; ++k) {
+        if (freq <= preselectFilter(k).start + 3e6) break;
         result = k;
     }
     // Slice 3 is centred on the 125 MHz LO; filter 6 covers it whole.

@@ -11,6 +11,7 @@
 #include <cstdint>
 
 #include "rf/rf_words.h"
+#include "zr_correction_def.h"
 
 namespace zr::rf {
 
@@ -19,8 +20,6 @@ namespace zr::rf {
 
 constexpr double kSliceHz = 39.0625e6;  // 25/32 of 50 MS/s
 constexpr double kLoStepHz = 7.8125e6;  // fractional LO grid: five steps a slice
-constexpr int kMesaSlices = 525;
-constexpr int kRidgeSlices = 1130;
 
 // LO of a slice in Hz: slices 0..2 take the direct path (0), slice 3 sits at
 // 125 MHz, and from slice 4 the LO is one slice above the slice.
@@ -46,13 +45,9 @@ int attenIndexFor(int setting, double refLevelDbm);
 // ---------------------------------------------------------------------------
 // Preselector
 
-constexpr int kPreselectFilters = 11;
-struct PreselectFilterInfo {
-    double start;  // Hz
-    double stop;   // Hz
-    double step() const { return (stop - start) / 31.0; }
-};
-const PreselectFilterInfo& preselectFilterInfo(int filter);  // filter 0..10
+// Filter edges are the calibration's table (preselectFilter), which also
+// spans the 32 preselector points of the record.
+constexpr int kPreselectFilterCount = 11;
 
 // Process-wide filter choice. Returns 0 always; a filter outside 0..10
 // changes nothing.

@@ -60,12 +60,6 @@ protected:
     void TearDown() override { adminSetAutoPreselector(); }
 };
 
-TEST_F(Preselector, FilterTable) {
-    EXPECT_EQ(preselectFilterInfo(0).start, 1e5);
-    EXPECT_EQ(preselectFilterInfo(10).stop, 6.444e8);
-    EXPECT_DOUBLE_EQ(preselectFilterInfo(5).step(), (1e8 - 5.9e7) / 31.0);
-}
-
 TEST_F(Preselector, WalkStopsAtFirstFilterStartingAboveFrequency) {
     EXPECT_EQ(selectPreselectFilter(6.45e8, 10), 10);
     EXPECT_EQ(selectPreselectFilter(6.46e8, 10), 0);
