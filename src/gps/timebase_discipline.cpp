@@ -1,0 +1,36 @@
+#include "gps/timebase_discipline.h"
+
+#include <cstdlib>
+
+#include "api/device.h"
+#include "gps/timebase_file.h"
+
+namespace zr {
+
+void disciplineTimebase(ZrDevice& dev, int timebaseOffset, const std::string& folder) {
+    if (!dev.gps.locked) {
+        dev.timebaseDisciplined = 0;
+        return;
+    }
+    if (dev.gpsTimebaseUpdate != 1) return;
+
+    int d = std::abs(static_cast<int>(dev.timebaseTuned) - static_cast<int>(dev.tuneReported));
+    if (dev.firmwareDiscipline) {
+        // The firmware runs the loop from the pulse; it is disciplining while
+        // that pulse is valid.
+        if (dev.gps.ppsValid) dev.timebaseDisciplined = 1;
+    } else if (d != 0) {
+        dev.timebaseDisciplined = 1;
+    }
+
+    if (d < kTimebaseHysteresis) return;
+    dev.timebaseTuned = dev.tuneReported;
+    dev.coarseTune = static_cast<uint16_t>(dev.tuneReported - timebaseOffset);
+    dev.storedTimebase.valid = 1;
+    dev.storedTimebase.timeSeconds = dev.gps.clock->systemTimeNs() / 1000000000;
+    dev.storedTimebase.tune = dev.coarseTune;
+    // A cache that cannot be written only costs the next open a better start.
+    (void)writeTimebaseFile(folder, dev.serialNumber, dev.storedTimebase);
+}
+
+}  // namespace zr
