@@ -19,12 +19,22 @@
 #ifndef ZR_API_H
 #define ZR_API_H
 
+#include <stdbool.h>
 #include <stdint.h>
 
 #if defined(_WIN32)
 #define ZR_EXPORT __declspec(dllexport)
 #else
 #define ZR_EXPORT __attribute__((visibility("default")))
+#endif
+
+/* Enumerations are 32-bit. In C++ they get that as a fixed underlying type,
+ * so any int a C caller passes is a value the library can inspect (and
+ * reject) without undefined behaviour. */
+#ifdef __cplusplus
+#define ZR_ENUM(name) enum name : int32_t
+#else
+#define ZR_ENUM(name) enum name
 #endif
 
 #ifdef __cplusplus
@@ -35,7 +45,7 @@ extern "C" {
  * Status codes
  * ---------------------------------------------------------------------- */
 
-typedef enum ZrStatus {
+typedef ZR_ENUM(ZrStatus) {
     zrCalErr = -1003,
     zrMeasErr = -1002,
     zrFlashVerifyErr = -1001,
@@ -75,7 +85,7 @@ typedef enum ZrStatus {
 
 /* Status of the USB service family (zrConfigUSB*): zero is success, every
  * other value an error. */
-typedef enum ZrInitStatus {
+typedef ZR_ENUM(ZrInitStatus) {
     zrInitNoError = 0,
     zrInitDeviceAlreadyOpen = 1,
     zrInitDeviceNotFound = 2,
@@ -86,14 +96,14 @@ typedef enum ZrInitStatus {
     zrInitFileIOError = 7
 } ZrInitStatus;
 
-typedef enum ZrBool { zrFalse = 0, zrTrue = 1 } ZrBool;
+typedef ZR_ENUM(ZrBool) { zrFalse = 0, zrTrue = 1 } ZrBool;
 
 /* ------------------------------------------------------------------------
  * Models and setting enumerations. A function taking any of these rejects
  * values above the last member with zrInvalidParameterErr.
  * ---------------------------------------------------------------------- */
 
-typedef enum ZrDeviceType {
+typedef ZR_ENUM(ZrDeviceType) {
     zrDeviceTypeMesa1 = 0,  /* USB, 20.6 GHz */
     zrDeviceTypeMesa2 = 1,  /* USB, 20.6 GHz, capture memory */
     zrDeviceTypeMesa3 = 2,  /* network, 20.6 GHz */
@@ -101,7 +111,7 @@ typedef enum ZrDeviceType {
     zrDeviceTypeRidge3 = 4  /* network, 44.2 GHz, IF output */
 } ZrDeviceType;
 
-typedef enum ZrMode {
+typedef ZR_ENUM(ZrMode) {
     zrModeIdle = 0,
     zrModeSweeping = 1,
     zrModeRealTime = 2,
@@ -111,20 +121,20 @@ typedef enum ZrMode {
     zrModeIQSweepList = 6
 } ZrMode;
 
-typedef enum ZrSweepSpeed {
+typedef ZR_ENUM(ZrSweepSpeed) {
     zrSweepSpeedAuto = 0,
     zrSweepSpeedNormal = 1,
     zrSweepSpeedFast = 2
 } ZrSweepSpeed;
 
-typedef enum ZrDetector { zrDetectorAverage = 0, zrDetectorMinMax = 1 } ZrDetector;
+typedef ZR_ENUM(ZrDetector) { zrDetectorAverage = 0, zrDetectorMinMax = 1 } ZrDetector;
 
-typedef enum ZrScale {
+typedef ZR_ENUM(ZrScale) {
     zrScaleLog = 0, /* dBm */
     zrScaleLin = 1  /* mV */
 } ZrScale;
 
-typedef enum ZrVideoUnits {
+typedef ZR_ENUM(ZrVideoUnits) {
     zrVideoLog = 0,
     zrVideoVoltage = 1,
     zrVideoPower = 2,
@@ -132,7 +142,7 @@ typedef enum ZrVideoUnits {
 } ZrVideoUnits;
 
 /* 1 is not a member: setters reject it. */
-typedef enum ZrWindowType {
+typedef ZR_ENUM(ZrWindowType) {
     zrWindowFlatTop = 0,
     zrWindowNuttall = 2,
     zrWindowBlackman = 3,
@@ -141,17 +151,17 @@ typedef enum ZrWindowType {
     zrWindowRect = 6
 } ZrWindowType;
 
-typedef enum ZrDataType {
+typedef ZR_ENUM(ZrDataType) {
     zrDataType32fc = 0, /* interleaved 32-bit float I and Q */
     zrDataType16sc = 1  /* interleaved 16-bit integer I and Q */
 } ZrDataType;
 
-typedef enum ZrIQBaseRate {
+typedef ZR_ENUM(ZrIQBaseRate) {
     zrIQBaseRate50M = 0,  /* 50 MS/s */
     zrIQBaseRate61M44 = 1 /* 61.44 MS/s */
 } ZrIQBaseRate;
 
-typedef enum ZrAudioType {
+typedef ZR_ENUM(ZrAudioType) {
     zrAudioAM = 0,
     zrAudioFM = 1,
     zrAudioUSB = 2,
@@ -159,7 +169,7 @@ typedef enum ZrAudioType {
     zrAudioCW = 4
 } ZrAudioType;
 
-typedef enum ZrTriggerType {
+typedef ZR_ENUM(ZrTriggerType) {
     zrTriggerTypeImmediate = 0,
     zrTriggerTypeVideo = 1,
     zrTriggerTypeExternal = 2,
@@ -168,9 +178,9 @@ typedef enum ZrTriggerType {
 
 /* Written unchanged into the instrument's trigger bits; which physical edge
  * each value selects is a property of the instrument's trigger input. */
-typedef enum ZrTriggerEdge { zrTriggerEdge0 = 0, zrTriggerEdge1 = 1 } ZrTriggerEdge;
+typedef ZR_ENUM(ZrTriggerEdge) { zrTriggerEdge0 = 0, zrTriggerEdge1 = 1 } ZrTriggerEdge;
 
-typedef enum ZrPowerState { zrPowerStateOn = 0, zrPowerStateStandby = 1 } ZrPowerState;
+typedef ZR_ENUM(ZrPowerState) { zrPowerStateOn = 0, zrPowerStateStandby = 1 } ZrPowerState;
 
 /* ------------------------------------------------------------------------
  * Settings records. Layout is part of the interface: 15 slots of 8 bytes.
@@ -331,6 +341,151 @@ ZR_EXPORT ZrStatus zrSetIQFullBandSamples(int device, int samples);
 ZR_EXPORT ZrStatus zrSetIQFullBandTriggerType(int device, ZrTriggerType type);
 ZR_EXPORT ZrStatus zrSetIQFullBandVideoTrigger(int device, double level);
 ZR_EXPORT ZrStatus zrSetIQFullBandTriggerTimeout(int device, double seconds);
+
+/* ------------------------------------------------------------------------
+ * Data folder. The library keeps its error log (mesa_error_log.txt) in one
+ * folder and its calibration and timebase caches in cal_files/ below it.
+ * By default: /var/lib/Quillon/ when it can be created and written, else
+ * ~/.local/share/Quillon/. This sets it for the whole process; call it
+ * before the first open. The folder is created if missing.
+ * zrNullPtrErr for null, zrInvalidParameterErr for an empty path or one
+ * that cannot be created or written.
+ * ---------------------------------------------------------------------- */
+
+ZR_EXPORT ZrStatus zrSetDataFolder(const char* path);
+
+/* ------------------------------------------------------------------------
+ * Calibration records and their inspection.
+ *
+ * An instrument carries its factory calibration as one flat little-endian
+ * image: MesaCalData (Mesa1/2/3, 525 frequency slices of 39.0625 MHz) or
+ * RidgeCalData (Ridge2/3, 1130 slices). The structs below are those images
+ * byte for byte; every field sits at a fixed offset and the reserved arrays
+ * are part of the layout, so an image read from flash or from a cache file
+ * can be used in place. Flash that was never written reads 0xFF, and a
+ * field that is all ones means "nothing stored".
+ *
+ * The first 0x40000 bytes are the head, written at manufacture; the rest is
+ * the corrections block. Temperature axes have 11 points (nominally -44 to
+ * +66 degrees C in steps of 11), attenuator states 7 (0 to 30 dB), IF
+ * columns 28 per slice.
+ *
+ * Where a function exists for both records, "Mesa" names the MesaCalData
+ * form and "Ridge" the RidgeCalData form. Functions taking a plain byte
+ * pointer read fields that sit at the same offset in both records. None of
+ * these functions touches an instrument; a null pointer makes an inquiry
+ * answer false (or 0xFFFFFFFF for dates and versions) and a builder do
+ * nothing.
+ * ---------------------------------------------------------------------- */
+
+#define ZR_CAL_TEMPERATURES 11
+#define ZR_CAL_ATTEN_STATES 7
+#define ZR_CAL_IF_COLUMNS 28
+#define ZR_CAL_MESA_SLICES 525
+#define ZR_CAL_RIDGE_SLICES 1130
+#define ZR_CAL_PRESELECT_FILTERS 11
+#define ZR_CAL_PRESELECT_POINTS 32
+#define ZR_CAL_TIMEBASE_ENTRIES 64
+#define ZR_CAL_LOW_FREQ_POINTS 40
+
+typedef struct MesaCalData {
+    /* head */
+    uint8_t flashHeader[1024];          /* first u32: serial number */
+    float loFreq[4][256];               /* MHz, per VCO sub-band and tuning code, at 33 C */
+    uint8_t reservedHead[0x40000 - 5120];
+    /* corrections, from 0x40000 */
+    uint32_t calDate;                   /* seconds since 1970; 0xFFFFFFFF: no corrections */
+    uint32_t calVersion;
+    float temperature[11];              /* degrees C, ascending */
+    uint16_t timebaseValue[64];         /* coarse-tune history, 0xFFFF ends it */
+    uint8_t pad0[4];
+    uint64_t timebaseDate[64];          /* seconds since 1970 per history entry */
+    int16_t timebaseTempOffset[11];
+    uint8_t gainCode[525];
+    uint8_t pad1[1];
+    float lowFreqCorrection[40];        /* dB at 100 kHz + n * 10 kHz */
+    float gain[11][7][525];             /* dB by temperature, attenuator, slice */
+    float ifRatio[11][525][28];         /* I/Q amplitude ratio per IF column */
+    float ifPhase[11][525][28];         /* I/Q phase difference, radians */
+    float ifFlatness[11][525][28];      /* dB */
+    uint8_t loConfig[11][2625];         /* per temperature and LO index */
+    uint8_t pad2[1];
+    float preselect[11][11][32];        /* dB by temperature, filter, point */
+    uint8_t reservedTail[0x400000 - 0x24C61C];
+} MesaCalData;
+
+typedef struct RidgeCalData {
+    /* head */
+    uint8_t flashHeader[1024];
+    uint8_t cbbCore[513];               /* per point of the LO table */
+    uint8_t cbbBand[513];
+    uint8_t cbbBias[513];
+    uint8_t pad0[1];
+    float loGateBiasDefault;            /* volts, used while there are no corrections */
+    float vva[461];                     /* LO drive per 39.0625 MHz step from 6.015625 GHz */
+    int16_t loftI[455];
+    int16_t loftQ[455];
+    uint32_t ifOutBalance[40];          /* per 500 MHz from 24 GHz */
+    uint32_t ifOutGain[40];
+    uint32_t usesLTC6947;
+    uint8_t reservedHead[0x40000 - 6556];
+    /* corrections, from 0x40000 */
+    uint32_t calDate;
+    uint32_t calVersion;
+    uint16_t timebaseValue[64];
+    uint64_t timebaseDate[64];
+    int16_t timebaseTempOffset[11];
+    uint8_t pad1[2];
+    float temperature[11];
+    float loGateBias[11];               /* volts by temperature */
+    uint8_t gainCode[1130];
+    uint8_t pad2[2];
+    float lowFreqCorrection[40];
+    float gain[11][7][1130];
+    float ifRatio[11][1130][28];
+    float ifPhase[11][1130][28];
+    float ifFlatness[11][1130][28];
+    uint32_t band5Gain[435];            /* per 39.0625 MHz from 24.0234375 GHz */
+    uint32_t band6Balance[11][81];      /* by temperature, per 39.0625 MHz from 41.015625 GHz */
+    uint32_t band6Gain[11][81];
+    float preselect[11][11][32];
+    uint8_t reservedTail[0x7FFFF8 - 0x497110];
+    uint32_t checksum;                  /* word sum, timebase history excluded */
+    uint8_t pad3[4];
+} RidgeCalData;
+
+/* Nominal temperature of a table index; the index is clamped to 0..10. */
+ZR_EXPORT double zrCalGetTempFromIndex(int index);
+/* Bytes of the image that carry tables: 4813082 (ridge) or 2410016. */
+ZR_EXPORT int zrCalGetCalSizeUsed(bool ridge);
+/* The later of calDate and the dates of the stored timebase history, low
+ * 32 bits. The byte form needs to be told which record it is. */
+ZR_EXPORT uint32_t zrCalGetCorrectionCalDate(const uint8_t* image, bool ridge);
+ZR_EXPORT uint32_t zrCalGetCorrectionCalDateMesa(const MesaCalData* image);
+ZR_EXPORT uint32_t zrCalGetCorrectionCalDateRidge(const RidgeCalData* image);
+ZR_EXPORT uint32_t zrCalGetCalVersion(const uint8_t* image);
+ZR_EXPORT bool zrCalDoesFlashHeaderExist(const MesaCalData* image);
+ZR_EXPORT bool zrCalDoesPretestDataExist(const uint8_t* image);
+ZR_EXPORT bool zrCalDoesCBBDataExist(const RidgeCalData* image);
+ZR_EXPORT bool zrCalDoesLOFTDataExist(const RidgeCalData* image);
+ZR_EXPORT bool zrCalDoesOptIFDataExist(const RidgeCalData* image);
+ZR_EXPORT bool zrCalDoesCorrectionsExist(const uint8_t* image);
+/* Reads a whole image (0x400000 or 0x800000 bytes) from a file. False for a
+ * null path, a file that cannot be opened or one that is too short; the
+ * image may then hold part of the file. */
+ZR_EXPORT bool zrCalCorrectionLoadFromFileMesa(const char* path, MesaCalData* image);
+ZR_EXPORT bool zrCalCorrectionLoadFromFileRidge(const char* path, RidgeCalData* image);
+/* Fills the image with the neutral tables that leave a measurement
+ * uncorrected; the image then reports no corrections. */
+ZR_EXPORT void zrCalBuildDummyCorrectionsMesa(MesaCalData* image);
+ZR_EXPORT void zrCalBuildDummyCorrectionsRidge(RidgeCalData* image);
+/* Fills temperature index `to` from index `from` for an instrument that was
+ * calibrated at one temperature. Indices outside 0..10 change nothing. */
+ZR_EXPORT void zrCalPropagateSingleTempCalMesa(MesaCalData* image, int from, int to);
+ZR_EXPORT void zrCalPropagateSingleTempCalRidge(RidgeCalData* image, int from, int to);
+/* Edges and point spacing in Hz of preselector filter 0..10. Another
+ * filter number leaves the outputs untouched; null outputs are skipped. */
+ZR_EXPORT void zrCalGetPreselectFilterInfo(int filter, double* start, double* stop, double* step);
 
 #ifdef __cplusplus
 }

@@ -160,7 +160,7 @@ TEST(Settings, EveryClampAndRejection) {
         InstalledDevice d(r.model);
         EXPECT_EQ(r.call(d.handle()), r.expected) << r.what;
         EXPECT_TRUE(r.stored(d.device())) << r.what;
-        EXPECT_EQ(r.call(-1), zrInvalidDeviceErr) << r.what;
+        for (int bad : {-1, 9, 1 << 30}) EXPECT_EQ(r.call(bad), zrInvalidDeviceErr) << r.what;
         // Setters never touch the instrument.
         EXPECT_EQ(d.device().transport->status, zrNoError) << r.what;
     }
