@@ -2,38 +2,10 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
+
+#include "zr_correction_def.h"
 
 namespace zr {
-
-namespace {
-void putLE(uint8_t* p, uint64_t v, int bytes) {
-    for (int i = 0; i < bytes; ++i) p[i] = static_cast<uint8_t>(v >> (8 * i));
-}
-uint64_t getLE(const uint8_t* p, int bytes) {
-    uint64_t v = 0;
-    for (int i = 0; i < bytes; ++i) v |= static_cast<uint64_t>(p[i]) << (8 * i);
-    return v;
-}
-}  // namespace
-
-std::array<uint8_t, kTimebaseFileBytes> encodeTimebaseFile(const StoredTimebase& record) {
-    std::array<uint8_t, kTimebaseFileBytes> b{};
-    putLE(b.data() + 0, kTimebaseFileMagic, 4);
-    putLE(b.data() + 4, kTimebaseFileVersion, 4);
-    putLE(b.data() + 8, static_cast<uint64_t>(record.timeSeconds), 8);
-    putLE(b.data() + 16, record.tune, 2);
-    return b;
-}
-
-bool decodeTimebaseFile(const uint8_t* bytes, size_t size, StoredTimebase& record) {
-    if (!bytes || size != kTimebaseFileBytes) return false;
-    if (getLE(bytes, 4) != kTimebaseFileMagic || getLE(bytes + 4, 4) != kTimebaseFileVersion) return false;
-    record.valid = 1;
-    record.timeSeconds = static_cast<int64_t>(getLE(bytes + 8, 8));
-    record.tune = static_cast<uint16_t>(getLE(bytes + 16, 2));
-    return true;
-}
 
 std::string timebaseFilePath(const std::string& folder, int serial) {
     char name[40];
@@ -44,25 +16,29 @@ std::string timebaseFilePath(const std::string& folder, int serial) {
 }
 
 bool writeTimebaseFile(const std::string& folder, int serial, const StoredTimebase& record) {
-    auto bytes = encodeTimebaseFile(record);
-    std::ofstream f(timebaseFilePath(folder, serial), std::ios::binary | std::ios::trunc);
-    if (!f) return false;
-    f.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    return static_cast<bool>(f.flush());
+    TimebaseCacheRecord r;
+    r.date = static_cast<uint64_t>(record.timeSeconds);
+    r.value = record.tune;
+    uint8_t bytes[TimebaseCacheRecord::kSize];
+    encodeTimebaseCache(r, bytes);
+    return writeImageFile(timebaseFilePath(folder, serial).c_str(), bytes, sizeof bytes);
 }
 
 bool readTimebaseFile(const std::string& folder, int serial, StoredTimebase& record) {
-    std::string path = timebaseFilePath(folder, serial);
+    const std::string path = timebaseFilePath(folder, serial);
     std::error_code ec;
     if (!std::filesystem::is_regular_file(path, ec)) return false;
-    std::ifstream f(path, std::ios::binary);
+    std::FILE* f = std::fopen(path.c_str(), "rb");
     if (!f) return false;
     // One byte more than a record, so that a longer file shows as wrong.
-    uint8_t bytes[kTimebaseFileBytes + 1];
-    f.read(reinterpret_cast<char*>(bytes), sizeof bytes);
-    StoredTimebase decoded;
-    if (!decodeTimebaseFile(bytes, static_cast<size_t>(f.gcount()), decoded)) return false;
-    record = decoded;
+    uint8_t bytes[TimebaseCacheRecord::kSize + 1];
+    const size_t got = std::fread(bytes, 1, sizeof bytes, f);
+    std::fclose(f);
+    TimebaseCacheRecord r;
+    if (!decodeTimebaseCache(bytes, got, r)) return false;
+    record.valid = 1;
+    record.timeSeconds = static_cast<int64_t>(r.date);
+    record.tune = r.value;
     return true;
 }
 

@@ -1,34 +1,27 @@
 #pragma once
 // The timebase cache: one 64-byte file per instrument that remembers the
 // oscillator tune value GPS last steered to, so that a later open without a
-// fix starts from it rather than from the factory value.
+// fix starts from it rather than from the factory value. The record format
+// is the calibration's; this is where it meets the file system.
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
 #include <string>
 
 namespace zr {
 
-constexpr uint32_t kTimebaseFileMagic = 0x00677073;
-constexpr uint32_t kTimebaseFileVersion = 1;
-constexpr size_t kTimebaseFileBytes = 64;
-
+// What the device keeps of the file's last contents.
 struct StoredTimebase {
     uint8_t valid = 0;
     int64_t timeSeconds = 0;  // since 1970
     uint16_t tune = 0;
 };
 
-std::array<uint8_t, kTimebaseFileBytes> encodeTimebaseFile(const StoredTimebase& record);
-// False unless the bytes are a whole record of the right magic and version.
-bool decodeTimebaseFile(const uint8_t* bytes, size_t size, StoredTimebase& record);
-
 // "<folder>zr<serial, 8 digits>gps.bin"; a separator is put between a
 // non-empty folder and the name when the folder lacks one.
 std::string timebaseFilePath(const std::string& folder, int serial);
 bool writeTimebaseFile(const std::string& folder, int serial, const StoredTimebase& record);
-// Leaves `record` alone unless the file exists and decodes.
+// Leaves `record` alone unless the file exists, is exactly one record long
+// and carries the right magic and version.
 bool readTimebaseFile(const std::string& folder, int serial, StoredTimebase& record);
 
 // Date of the newest entry of a calibration record's timebase history: the
