@@ -487,6 +487,13 @@ ZR_EXPORT void zrCalPropagateSingleTempCalRidge(RidgeCalData* image, int from, i
  * filter number leaves the outputs untouched; null outputs are skipped. */
 ZR_EXPORT void zrCalGetPreselectFilterInfo(int filter, double* start, double* stop, double* step);
 
+/* GPS. The timebase update (register 0x002E bit 3) lets a locked receiver
+   steer the instrument's oscillator; changing it needs zrModeIdle. */
+ZR_EXPORT ZrStatus zrSetGPSTimebaseUpdate(int device, ZrBool enabled);
+ZR_EXPORT ZrStatus zrGetGPSTimebaseUpdate(int device, ZrBool* enabled);
+/* Raw bytes for the GPS receiver, 1 to 1020, in zrModeIdle. */
+ZR_EXPORT ZrStatus zrWriteToGPS(int device, const uint8_t* data, int length);
+
 #ifdef __cplusplus
 }
 #endif

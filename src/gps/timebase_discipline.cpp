@@ -3,16 +3,15 @@
 #include <cstdlib>
 
 #include "api/device.h"
-#include "gps/timebase_file.h"
 
 namespace zr {
 
-void disciplineTimebase(ZrDevice& dev, int timebaseOffset, const std::string& folder) {
+bool disciplineTimebase(ZrDevice& dev, int timebaseOffset) {
     if (!dev.gps.locked) {
         dev.timebaseDisciplined = 0;
-        return;
+        return false;
     }
-    if (dev.gpsTimebaseUpdate != 1) return;
+    if (dev.gpsTimebaseUpdate != 1) return false;
 
     int d = std::abs(static_cast<int>(dev.timebaseTuned) - static_cast<int>(dev.tuneReported));
     if (dev.firmwareDiscipline) {
@@ -23,14 +22,13 @@ void disciplineTimebase(ZrDevice& dev, int timebaseOffset, const std::string& fo
         dev.timebaseDisciplined = 1;
     }
 
-    if (d < kTimebaseHysteresis) return;
+    if (d < kTimebaseHysteresis) return false;
     dev.timebaseTuned = dev.tuneReported;
     dev.coarseTune = static_cast<uint16_t>(dev.tuneReported - timebaseOffset);
     dev.storedTimebase.valid = 1;
     dev.storedTimebase.timeSeconds = dev.gps.clock->systemTimeNs() / 1000000000;
     dev.storedTimebase.tune = dev.coarseTune;
-    // A cache that cannot be written only costs the next open a better start.
-    (void)writeTimebaseFile(folder, dev.serialNumber, dev.storedTimebase);
+    return true;
 }
 
 }  // namespace zr

@@ -162,9 +162,7 @@ protected:
         dev.timebaseTuned = 0x8000;
         dev.coarseTune = 0x8000 - 5;
     }
-    std::filesystem::path cacheFile() const { return tmp.file("zr31415926gps.bin"); }
 
-    TempFolder tmp;
     ManualClock clock;
     ZrDevice dev;
 };
@@ -174,77 +172,70 @@ protected:
 TEST_F(Discipline, ReportedTuneWithin7CountsIsNotTaken) {
     for (int delta : {-7, 7, 0}) {
         dev.tuneReported = static_cast<uint16_t>(0x8000 + delta);
-        disciplineTimebase(dev, 5, tmp.folder());
+        EXPECT_FALSE(disciplineTimebase(dev, 5)) << delta;
         EXPECT_EQ(dev.timebaseTuned, 0x8000) << delta;
         EXPECT_EQ(dev.coarseTune, 0x8000 - 5) << delta;
+        EXPECT_EQ(dev.storedTimebase.valid, 0) << delta;
     }
-    EXPECT_FALSE(std::filesystem::exists(cacheFile()));
 }
 
-TEST_F(Discipline, EightCountsAwayTheHostTakesItWithoutTheTemperatureOffsetAndWritesTheFile) {
+TEST_F(Discipline, EightCountsAwayTheHostTakesItWithoutTheTemperatureOffset) {
     dev.tuneReported = 0x8000 - 8;
-    disciplineTimebase(dev, -12, tmp.folder());
+    EXPECT_TRUE(disciplineTimebase(dev, -12));
     EXPECT_EQ(dev.timebaseTuned, 0x8000 - 8);
     EXPECT_EQ(dev.coarseTune, 0x8000 - 8 + 12);
     EXPECT_EQ(dev.storedTimebase.valid, 1);
     EXPECT_EQ(dev.storedTimebase.tune, 0x8000 - 8 + 12);
     EXPECT_EQ(dev.storedTimebase.timeSeconds, clock.ns / 1000000000);
 
-    StoredTimebase onDisk;
-    ASSERT_TRUE(readTimebaseFile(tmp.folder(), 31415926, onDisk));
-    EXPECT_EQ(onDisk.tune, dev.coarseTune);
-    EXPECT_EQ(onDisk.timeSeconds, dev.storedTimebase.timeSeconds);
-
     // Following on from the new value, a step of 3 is inside the hysteresis.
+    const int64_t taken = dev.storedTimebase.timeSeconds;
     clock.advanceMs(60000);
     dev.tuneReported = 0x8000 - 5;
-    disciplineTimebase(dev, -12, tmp.folder());
+    EXPECT_FALSE(disciplineTimebase(dev, -12));
     EXPECT_EQ(dev.timebaseTuned, 0x8000 - 8);
-    ASSERT_TRUE(readTimebaseFile(tmp.folder(), 31415926, onDisk));
-    EXPECT_EQ(onDisk.timeSeconds, dev.storedTimebase.timeSeconds);
+    EXPECT_EQ(dev.storedTimebase.timeSeconds, taken);
+
+    // The coarse value wraps in 16 bits like the register field.
+    dev.timebaseTuned = 0x0010;
+    dev.tuneReported = 0x0002;
+    EXPECT_TRUE(disciplineTimebase(dev, 5));
+    EXPECT_EQ(dev.coarseTune, 0xFFFD);
 }
 
 TEST_F(Discipline, NothingHappensWithoutLockOrWithTheUpdateOff) {
     dev.tuneReported = 0x9000;
     dev.timebaseDisciplined = 1;
     dev.gps.locked = 0;
-    disciplineTimebase(dev, 0, tmp.folder());
+    EXPECT_FALSE(disciplineTimebase(dev, 0));
     EXPECT_EQ(dev.timebaseDisciplined, 0) << "no lock clears the flag";
     EXPECT_EQ(dev.timebaseTuned, 0x8000);
 
     dev.gps.locked = 1;
     dev.gpsTimebaseUpdate = 0;
-    disciplineTimebase(dev, 0, tmp.folder());
+    EXPECT_FALSE(disciplineTimebase(dev, 0));
     EXPECT_EQ(dev.timebaseDisciplined, 0);
     EXPECT_EQ(dev.timebaseTuned, 0x8000);
-    EXPECT_FALSE(std::filesystem::exists(cacheFile()));
 }
 
 TEST_F(Discipline, DisciplinedFlagFromTheTuneDifferenceOrFromTheFirmwarePulse) {
     // Host-side discipline: any difference shows the instrument is steering.
     dev.tuneReported = 0x8000;
-    disciplineTimebase(dev, 0, tmp.folder());
+    disciplineTimebase(dev, 0);
     EXPECT_EQ(dev.timebaseDisciplined, 0);
     dev.tuneReported = 0x8001;
-    disciplineTimebase(dev, 0, tmp.folder());
+    disciplineTimebase(dev, 0);
     EXPECT_EQ(dev.timebaseDisciplined, 1);
 
     // Firmware discipline: the valid pulse decides, whatever the difference.
     dev.timebaseDisciplined = 0;
     dev.firmwareDiscipline = 1;
     dev.gps.ppsValid = 0;
-    disciplineTimebase(dev, 0, tmp.folder());
+    disciplineTimebase(dev, 0);
     EXPECT_EQ(dev.timebaseDisciplined, 0);
     dev.gps.ppsValid = 1;
     dev.tuneReported = 0x8000;
     dev.timebaseTuned = 0x8000;
-    disciplineTimebase(dev, 0, tmp.folder());
+    disciplineTimebase(dev, 0);
     EXPECT_EQ(dev.timebaseDisciplined, 1);
-}
-
-TEST_F(Discipline, AnUnwritableFolderStillTakesTheValue) {
-    dev.tuneReported = 0x8100;
-    disciplineTimebase(dev, 0, tmp.folder() + "no/such/folder/");
-    EXPECT_EQ(dev.timebaseTuned, 0x8100);
-    EXPECT_EQ(dev.coarseTune, 0x8100);
 }
