@@ -557,6 +557,13 @@ ZR_EXPORT ZrStatus zrGetFanThreshold(int device, int* celsius);
 ZR_EXPORT ZrStatus zrSegIQLTEResample(float* input, int inputLen, float* output, int* outputLen,
                                       ZrBool clearDelayLine);
 
+/* GPS. The timebase update (register 0x002E bit 3) lets a locked receiver
+   steer the instrument's oscillator; changing it needs zrModeIdle. */
+ZR_EXPORT ZrStatus zrSetGPSTimebaseUpdate(int device, ZrBool enabled);
+ZR_EXPORT ZrStatus zrGetGPSTimebaseUpdate(int device, ZrBool* enabled);
+/* Raw bytes for the GPS receiver, 1 to 1020, in zrModeIdle. */
+ZR_EXPORT ZrStatus zrWriteToGPS(int device, const uint8_t* data, int length);
+
 #ifdef __cplusplus
 }
 #endif
