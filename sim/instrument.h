@@ -217,7 +217,7 @@ private:
     float celsius_ = 30.0f;
     double centerHz_ = 1e9;
     double attenDb_ = 0.0;
-    std::vector<std::complex<float>> noiseTable_;
+    std::vector<float> noiseRe_, noiseIm_;  // unit Gaussian per component
     std::vector<float> scratchRe_, scratchIm_;
 
     // status content and faults
