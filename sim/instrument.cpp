@@ -629,6 +629,10 @@ void Instrument::setPaced(bool paced) {
     std::lock_guard lock(mu_);
     paced_ = paced;
 }
+void Instrument::setUnpacedTicks(uint64_t ticks) {
+    std::lock_guard lock(mu_);
+    virtualTick_ = ticks;
+}
 void Instrument::setFirmware(uint32_t revision, uint16_t minor, uint16_t major) {
     std::lock_guard lock(mu_);
     fwRevision_ = revision;

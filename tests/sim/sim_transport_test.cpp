@@ -147,6 +147,44 @@ TEST_F(SimFixture, TickCountersFollowTheSamplesDelivered) {
     EXPECT_EQ(inst->sampleRate(), 25e6);
 }
 
+TEST_F(SimFixture, TickCountersWrapAtThirtyTwoBits) {
+    inst->setPaced(false);
+    inst->setUnpacedTicks(0xFFFFFFFFull - 5000);
+    CommandList list;
+    list.AppendListHead();
+    list.AppendWord(0x13010000);
+    list.AppendStatusWord();
+    list.AppendDataWord();
+    list.AppendDataWord();
+    list.AppendStatusWord();
+    transport->BeginRead(0, 32768, 2000);
+    ASSERT_TRUE(SendCommandList(*transport, list));
+    TransferResult r = transport->FinishRead(0);
+    ASSERT_TRUE(r.good());
+    StatusBlock before, after;
+    std::memcpy(&before, r.data, sizeof before);
+    std::memcpy(&after, r.data + 3 * 8192, sizeof after);
+    EXPECT_GT(before.runningTick, 0xFFFF0000u);
+    EXPECT_LT(after.runningTick, 20480u);  // wrapped
+    EXPECT_EQ(static_cast<uint32_t>(after.runningTick - before.runningTick), 2u * 2048 * 5);
+}
+
+TEST_F(SimFixture, PacedStreamNeverRunsAheadOfRealTime) {
+    // 128 blocks at 50 MS/s take 5.24 ms to sample.
+    CommandList list;
+    list.AppendListHead();
+    list.AppendWord(0x13010000);
+    for (int i = 0; i < 128; ++i) list.AppendDataWord();
+    const auto t0 = std::chrono::steady_clock::now();
+    transport->BeginRead(0, 1 << 20, 2);
+    ASSERT_TRUE(SendCommandList(*transport, list));
+    EXPECT_TRUE(transport->FinishRead(0).failed);  // too early: nothing is taken
+    transport->status = zrNoError;
+    transport->BeginRead(0, 1 << 20, 5000);
+    ASSERT_TRUE(transport->FinishRead(0).good());
+    EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::microseconds(5242));
+}
+
 TEST_F(SimFixture, StatusBlockCarriesIdentityTemperatureAndFlags) {
     inst->setFirmware(9, 4, 6);
     inst->setGpioInput(0xA5);
