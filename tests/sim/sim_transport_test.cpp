@@ -318,7 +318,7 @@ TEST_F(SimFixture, TransportIdentityAndClose) {
 
 TEST(SimInterface, ArgumentsAndSerialsAreChecked) {
     EXPECT_EQ(zrSimAttachUSB(zrDeviceTypeMesa3, 12345678), zrInvalidParameterErr);
-    EXPECT_EQ(zrSimAttachUSB(static_cast<ZrDeviceType>(17), 12345678), zrInvalidParameterErr);
+    EXPECT_EQ(zrSimAttachUSB(static_cast<ZrDeviceType>(7), 12345678), zrInvalidParameterErr);
     EXPECT_EQ(zrSimAttachUSB(zrDeviceTypeRidge2, 1234567), zrInvalidParameterErr);
     EXPECT_EQ(zrSimAttachUSB(zrDeviceTypeRidge2, 123456789), zrInvalidParameterErr);
     ASSERT_EQ(zrSimAttachUSB(zrDeviceTypeRidge2, 12345678), zrNoError);
