@@ -103,6 +103,11 @@ bool Instrument::decodeWord(uint32_t w, std::unique_lock<std::mutex>& lock,
     }
 
     const uint32_t top = w >> 24;
+    if (!running_ && top != 0x00 && top != 0xFF) {
+        // The boot firmware knows pauses and service words only.
+        ++unknownWords_;
+        return !strict_;
+    }
     bool ok = true;
     auto skip = [&](uint32_t n) {
         parse_ = Parse::Skip;
@@ -172,7 +177,11 @@ bool Instrument::decodeWord(uint32_t w, std::unique_lock<std::mutex>& lock,
                     return true;
                 }
                 case 0xFFFB:
-                    if (w == 0xFFFB4000) { pushPoll(ReplyKind::Word, fpgaLoadFails_ ? 0 : 1, lock, deadline, ok); return ok; }
+                    if (w == 0xFFFB4000) {
+                        pushPoll(ReplyKind::Word, fpgaLoadFails_ ? 0 : 1, lock, deadline, ok);
+                        if (!fpgaLoadFails_) running_ = true;
+                        return ok;
+                    }
                     break;
                 case 0xFFFA:
                     if (w == 0xFFFA0000) { skip(31); return true; }
@@ -369,6 +378,41 @@ ReadOutcome Instrument::waitRead(ReadRequest& r) {
     }
 }
 
+void Instrument::programFlash(uint32_t byteOffset, const uint8_t* data, size_t n) {
+    std::lock_guard lock(mu_);
+    for (size_t i = 0; i < n; ++i) {
+        const uint32_t at = byteOffset + static_cast<uint32_t>(i);
+        auto [it, fresh] = flash_.try_emplace(at / 1024);
+        if (fresh) it->second.fill(0xFF);
+        it->second[at % 1024] &= data[i];
+    }
+}
+
+bool Instrument::running() const {
+    std::lock_guard lock(mu_);
+    return running_;
+}
+
+void Instrument::setRunning(bool running) {
+    std::lock_guard lock(mu_);
+    running_ = running;
+}
+
+bool Instrument::waitReadUntil(ReadRequest& r, std::chrono::steady_clock::time_point until) {
+    std::unique_lock lock(mu_);
+    for (;;) {
+        if (!r.done) pump();
+        if (r.done) return true;
+        const auto now = std::chrono::steady_clock::now();
+        if (now >= until) return false;
+        auto wake = until;
+        const int64_t ready = headReadyNs();
+        if (ready != kNever) wake = std::min(wake, epoch_ + std::chrono::nanoseconds(ready));
+        if (readHead_ != nullptr && readHead_ != &r) wake = std::min(wake, readHead_->deadline);
+        cv_.wait_until(lock, wake);
+    }
+}
+
 ReadOutcome Instrument::read(uint8_t* dst, uint32_t size, int timeoutMs) {
     ReadRequest r;
     postRead(r, dst, size, timeoutMs);
@@ -391,6 +435,7 @@ void Instrument::failAllLocked() {
 void Instrument::reset() {
     std::lock_guard lock(mu_);
     failAllLocked();
+    running_ = false;
     parse_ = Parse::Word;
     remaining_ = 0;
     streaming_ = false;

@@ -82,8 +82,20 @@ public:
     void cancelRead(ReadRequest& r);
     // postRead + waitRead.
     ReadOutcome read(uint8_t* dst, uint32_t size, int timeoutMs);
-    // Drops the stream, the reply FIFO and the decoder state (a USB reset).
+    // Drops the stream, the reply FIFO and the decoder state (a USB reset);
+    // the instrument comes back in its boot state.
     void reset();
+    // Boot state: the FX3 answers flash service words and the FPGA load
+    // only. A successful FPGA load moves it to the run state. A model made
+    // directly starts running; a plugged-in USB instrument starts in boot.
+    bool running() const;
+    // Factory programming of the flash (NOR: bits only clear), bypassing
+    // the USB words.
+    void programFlash(uint32_t byteOffset, const uint8_t* data, size_t n);
+    void setRunning(bool running);
+    // Waits for a posted read without giving it up: false when `until`
+    // passes first (the caller then cancels it, as a USB stack would).
+    bool waitReadUntil(ReadRequest& r, std::chrono::steady_clock::time_point until);
 
     // ---- Scene and RF model ----
     void addTone(double freqHz, double powerDbm);
@@ -239,6 +251,7 @@ private:
     bool timeOutNextRead_ = false;
     bool detached_ = false;
     uint32_t bootVersion_ = 2;
+    bool running_ = true;
     bool fpgaLoadFails_ = false;
     std::map<uint32_t, std::array<uint8_t, 1024>> flash_;  // NOR pages, absent = erased
 };

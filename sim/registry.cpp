@@ -7,6 +7,7 @@
 #include <map>
 #include <mutex>
 
+#include "usb_bus.h"
 #include "zr_sim.h"
 
 namespace zr::sim {
@@ -26,6 +27,13 @@ std::shared_ptr<Instrument> findInstrument(int serial) {
     std::lock_guard lock(registryMutex);
     auto it = registry().find(serial);
     return it == registry().end() ? nullptr : it->second;
+}
+
+std::vector<std::shared_ptr<Instrument>> attachedInstruments() {
+    std::lock_guard lock(registryMutex);
+    std::vector<std::shared_ptr<Instrument>> out;
+    for (auto& [serial, inst] : registry()) out.push_back(inst);
+    return out;
 }
 
 }  // namespace zr::sim
@@ -52,11 +60,16 @@ ZrStatus zrSimAttachUSB(ZrDeviceType type, int serial) {
     if (raw != zrDeviceTypeMesa1 && raw != zrDeviceTypeMesa2 && raw != zrDeviceTypeRidge2)
         return zrInvalidParameterErr;
     if (!zr::sim::validSerial(serial)) return zrInvalidParameterErr;
+    // The bus the library walks exists from the first plugged instrument on.
+    (void)zrSimUSBBus();
     std::lock_guard lock(zr::sim::registryMutex);
     auto& reg = zr::sim::registry();
     if (reg.count(serial) != 0) return zrInvalidParameterErr;
     try {
-        reg.emplace(serial, std::make_shared<zr::sim::Instrument>(static_cast<ZrDeviceType>(raw), serial));
+        auto inst = std::make_shared<zr::sim::Instrument>(static_cast<ZrDeviceType>(raw), serial);
+        // Plugged in, an instrument waits in its boot state for a host.
+        inst->setRunning(false);
+        reg.emplace(serial, std::move(inst));
     } catch (...) {
         return zrAllocationErr;
     }

@@ -3,6 +3,11 @@
 #include <algorithm>
 #include <mutex>
 
+// A simulator library in the process publishes its bus under this name. The
+// reference is weak: without a simulator it stays null and only the
+// machine's bus and explicitly registered ones are walked.
+extern "C" zr::UsbBus* zrSimUSBBus(void) __attribute__((weak));
+
 namespace zr {
 
 namespace {
@@ -32,6 +37,9 @@ std::vector<UsbDeviceInfo> enumerateAllUsb() {
     {
         std::lock_guard<std::mutex> lock(busMutex);
         buses = registeredBuses();
+    }
+    if (zrSimUSBBus != nullptr) {
+        if (UsbBus* sim = zrSimUSBBus()) buses.insert(buses.begin(), sim);
     }
     for (UsbBus* bus : buses) {
         auto more = bus->enumerate();

@@ -28,6 +28,7 @@ protected:
     void SetUp() override {
         ASSERT_EQ(zrSimAttachUSB(zrDeviceTypeMesa2, kSerial), zrNoError);
         inst = findInstrument(kSerial);
+        inst->setRunning(true);  // as if a host had booted it
         ASSERT_NE(inst, nullptr);
         transport = std::make_unique<SimTransport>(inst);
         setProtocolWaitScale(0.0);

@@ -1,0 +1,225 @@
+// The USB transport and the calibration ladder against simulated
+// instruments on the simulated bus: the code under test is the code that
+// drives real instruments.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "calibration/load_usb.h"
+#include "platform/data_folder.h"
+#include "registry.h"
+#include "support/cal_images.h"
+#include "support/temp_folder.h"
+#include "transport/command_list.h"
+#include "transport/status_block.h"
+#include "transport/wait.h"
+#include "zr_sim.h"
+
+using namespace zr;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr uint32_t kImageFlashOffset = 0x100000;
+
+// Each test gets its own instruments, an empty data folder and no protocol
+// waits; the waits' placement is the protocol's, their length is not.
+class SimBus : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(zrSetDataFolder(folder.str().c_str()), zrNoError);
+        zrSimSetWaitScale(0.0);
+    }
+    void TearDown() override {
+        for (int s : attached) zrSimDetach(s);
+        zrSimSetWaitScale(1.0);
+    }
+    std::shared_ptr<sim::Instrument> plug(ZrDeviceType type, int serial) {
+        EXPECT_EQ(zrSimAttachUSB(type, serial), zrNoError);
+        attached.push_back(serial);
+        return sim::findInstrument(serial);
+    }
+    test::TempFolder folder;
+    std::vector<int> attached;
+};
+
+std::unique_ptr<DeviceInterfaceUSB> open(int serial) {
+    auto info = FindUSBBySerial(serial);
+    if (!info) return nullptr;
+    auto t = std::make_unique<DeviceInterfaceUSB>();
+    if (!t->ConnectUSB(info->bus->open(*info), *info)) return nullptr;
+    t->connected = 1;
+    return t;
+}
+
+}  // namespace
+
+TEST_F(SimBus, InstrumentsEnumerateInBootThenRunAfterTheFpgaLoad) {
+    plug(zrDeviceTypeMesa2, 41000001);
+    plug(zrDeviceTypeRidge2, 41000002);
+    auto list = ListUSB();
+    ASSERT_EQ(list.size(), 2u);
+    EXPECT_EQ(list[0].serial, 41000001);
+    EXPECT_FALSE(list[0].running);
+    EXPECT_EQ(list[1].type, zrDeviceTypeRidge2);
+    auto info = FindUSBBySerial(41000002);
+    ASSERT_TRUE(info);
+    EXPECT_EQ(info->product, "Ridge2 Boot");
+    EXPECT_EQ(info->productId, 10);
+
+    EXPECT_EQ(BootToRun(41000002), zrNoError);
+    EXPECT_EQ(FindUSBBySerial(41000002)->product, "Ridge2");
+    EXPECT_EQ(BootToRun(41000002), zrNoError);  // already running: nothing to do
+    EXPECT_EQ(BootToRun(41000099), zrDeviceNotFoundErr);
+
+    // A reset sends a running instrument back to its boot state.
+    ASSERT_TRUE(ResetUSB(*FindUSBBySerial(41000002)));
+    EXPECT_EQ(FindUSBBySerial(41000002)->product, "Ridge2 Boot");
+}
+
+TEST_F(SimBus, FailedFpgaLoadIsReportedAndLeavesBootState) {
+    auto inst = plug(zrDeviceTypeMesa1, 41000003);
+    inst->setFpgaLoadFails(true);
+    EXPECT_EQ(BootToRun(41000003), zrFPGABootErr);
+    EXPECT_EQ(FindUSBBySerial(41000003)->product, "Mesa1 Boot");
+}
+
+TEST_F(SimBus, RunningInstrumentAnswersStatusThroughTheUsbTransport) {
+    plug(zrDeviceTypeMesa2, 41000004);
+    ASSERT_EQ(BootToRun(41000004), zrNoError);
+    auto t = open(41000004);
+    ASSERT_TRUE(t);
+    EXPECT_EQ(t->GetDeviceType(), zrDeviceTypeMesa2);
+    EXPECT_TRUE(TestConnection(*t));
+    alignas(8) uint8_t block[StatusBlock::kSize];
+    ASSERT_TRUE(ReadStatusBlock(*t, block));
+    uint32_t magic;
+    std::memcpy(&magic, block, 4);
+    EXPECT_EQ(magic, StatusBlock::kMagic);
+    EXPECT_EQ(t->status, zrNoError);
+    // Listed no more while this process holds it.
+    EXPECT_TRUE(ListUSB().empty());
+}
+
+TEST_F(SimBus, FlashKeepsNorSemanticsThroughTheServiceWords) {
+    plug(zrDeviceTypeMesa2, 41000005);
+    auto t = open(41000005);
+    ASSERT_TRUE(t);
+    std::vector<uint8_t> page(1024), block(32768);
+    for (size_t i = 0; i < page.size(); ++i) page[i] = static_cast<uint8_t>(0xF0 | (i & 0x0F));
+    EXPECT_EQ(WriteFlashPage(*t, 2000, page.data()), zrNoError);
+    std::vector<uint8_t> other(1024, 0x3C);
+    EXPECT_EQ(WriteFlashPage(*t, 2000, other.data()), zrNoError);  // no erase: bits only clear
+    EXPECT_EQ(ReadFlashBlock(*t, 2000, block.data()), zrNoError);
+    EXPECT_EQ(block[5], static_cast<uint8_t>(0xF5 & 0x3C));
+    EXPECT_EQ(block[1024], 0xFF);  // the next page was never written
+    EXPECT_EQ(EraseFlashPage(*t, 2000, 2), zrNoError);
+    EXPECT_EQ(ReadFlashBlock(*t, 2000, block.data()), zrNoError);
+    EXPECT_EQ(block[5], 0xFF);
+}
+
+TEST_F(SimBus, ColdMesaLoadReadsFlashFillsTheCacheAndAWarmLoadUsesIt) {
+    auto inst = plug(zrDeviceTypeMesa2, 41000006);
+    auto image = test::makeMesaImage();
+    const auto* bytes = reinterpret_cast<const uint8_t*>(image.get());
+    inst->programFlash(kImageFlashOffset, bytes, 0x250000);
+
+    DeviceInterfaceUSB first;
+    ASSERT_EQ(loadCalibrationUSB(first, 41000006), zrNoError);
+    EXPECT_TRUE(first.connected);
+    EXPECT_TRUE(inst->running());
+    EXPECT_EQ(first.GetDeviceType(), zrDeviceTypeMesa2);
+    EXPECT_EQ(std::memcmp(first.image.data(), bytes, 0x250000), 0);
+    const std::string cache = calCachePath(41000006);
+    ASSERT_TRUE(std::filesystem::exists(cache));
+    EXPECT_EQ(std::filesystem::file_size(cache), kMesaImageSize);
+    first.Close();
+
+    // Flash changes behind the cache's back; a warm load from the run state
+    // must not read it.
+    const uint8_t changed = 0x00;
+    inst->programFlash(kImageFlashOffset + 0x50000, &changed, 1);
+    DeviceInterfaceUSB warm;
+    ASSERT_EQ(loadCalibrationUSB(warm, 41000006), zrNoError);
+    EXPECT_EQ(warm.image[0x50000], bytes[0x50000]);
+    EXPECT_TRUE(inst->running());
+}
+
+TEST_F(SimBus, CacheNewerThanFlashKeepsItsTablesAndTakesTheHeadFromFlash) {
+    auto inst = plug(zrDeviceTypeMesa2, 41000007);
+    auto flashImage = test::makeMesaImage();
+    auto cacheImage = test::makeMesaImage();
+    cacheImage->calDate = flashImage->calDate + 100;
+    cacheImage->gain[3][2][100] = 99.5f;           // beyond the short read
+    std::memset(cacheImage->flashHeader, 0x11, 16); // inside it
+    ASSERT_TRUE(writeImageFile(calCachePath(41000007).c_str(), cacheImage.get(), kMesaImageSize));
+    inst->programFlash(kImageFlashOffset, reinterpret_cast<const uint8_t*>(flashImage.get()), 0x250000);
+
+    DeviceInterfaceUSB t;
+    ASSERT_EQ(loadCalibrationUSB(t, 41000007), zrNoError);
+    const auto* loaded = reinterpret_cast<const MesaCalData*>(t.image.data());
+    EXPECT_EQ(loaded->gain[3][2][100], 99.5f);
+    EXPECT_EQ(std::memcmp(loaded->flashHeader, flashImage->flashHeader, 16), 0);
+    EXPECT_EQ(loaded->calDate, flashImage->calDate);
+    // The older flash never overwrites the cache.
+    MesaCalData onDisk;
+    ASSERT_TRUE(readImageFile(calCachePath(41000007).c_str(), &onDisk, sizeof onDisk));
+    EXPECT_EQ(onDisk.gain[3][2][100], 99.5f);
+}
+
+TEST_F(SimBus, RidgeChecksumDecidesCalInvalid) {
+    auto good = plug(zrDeviceTypeRidge2, 41000008);
+    auto bad = plug(zrDeviceTypeRidge2, 41000009);
+    auto image = test::makeRidgeImage();
+    const auto* bytes = reinterpret_cast<const uint8_t*>(image.get());
+    for (auto& inst : {good, bad}) {
+        inst->programFlash(kImageFlashOffset, bytes, 0x498000);
+        inst->programFlash(kImageFlashOffset + 0x7F8000, bytes + 0x7F8000, 0x8000);
+    }
+    const uint8_t flip = bytes[0x200000] & 0xFE;
+    ASSERT_NE(flip, bytes[0x200000]);
+    bad->programFlash(kImageFlashOffset + 0x200000, &flip, 1);
+
+    DeviceInterfaceUSB a, b;
+    ASSERT_EQ(loadCalibrationUSB(a, 41000008), zrNoError);
+    ASSERT_EQ(loadCalibrationUSB(b, 41000009), zrNoError);
+    EXPECT_EQ(a.calInvalid, 0);
+    EXPECT_EQ(b.calInvalid, 1);
+    EXPECT_EQ(a.GetDeviceType(), zrDeviceTypeRidge2);
+}
+
+TEST_F(SimBus, UncalibratedInstrumentLoadsWithoutWritingACache) {
+    plug(zrDeviceTypeMesa1, 41000010);
+    DeviceInterfaceUSB t;
+    ASSERT_EQ(loadCalibrationUSB(t, 41000010), zrNoError);
+    EXPECT_FALSE(zrCalDoesCorrectionsExist(t.image.data()));
+    EXPECT_FALSE(std::filesystem::exists(calCachePath(41000010)));
+    // A folder where the cache file should be counts as no cache.
+    std::filesystem::create_directories(calCachePath(41000010));
+    DeviceInterfaceUSB again;
+    t.Close();
+    EXPECT_EQ(loadCalibrationUSB(again, 41000010), zrNoError);
+    DeviceInterfaceUSB none;
+    EXPECT_EQ(loadCalibrationUSB(none, 41999999), zrDeviceNotFoundErr);
+}
+
+TEST_F(SimBus, CablePullFailsTransfersPromptly) {
+    plug(zrDeviceTypeMesa2, 41000011);
+    ASSERT_EQ(BootToRun(41000011), zrNoError);
+    auto t = open(41000011);
+    ASSERT_TRUE(t);
+    t->BeginRead(0, 8192, 5000);  // in flight when the cable goes
+    ASSERT_EQ(zrSimDetach(41000011), zrNoError);
+    attached.clear();
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(t->FinishRead(0).failed, 1);
+    std::vector<uint8_t> block(2048, 1);
+    t->BeginWrite(0, block.data());
+    EXPECT_EQ(t->FinishWrite(0).failed, 1);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 4s);
+    EXPECT_EQ(t->status, zrConnectionLostErr);
+    EXPECT_FALSE(FindUSBBySerial(41000011).has_value());
+}
