@@ -343,6 +343,16 @@ ZR_EXPORT ZrStatus zrSetIQFullBandVideoTrigger(int device, double level);
 ZR_EXPORT ZrStatus zrSetIQFullBandTriggerTimeout(int device, double seconds);
 
 /* ------------------------------------------------------------------------
+ * Discovery. The lists hold USB instruments this process does not have
+ * open, at most 9; each non-null array must hold 9 entries.
+ * ---------------------------------------------------------------------- */
+
+ZR_EXPORT ZrStatus zrGetDeviceList(int* serials, int* count);
+ZR_EXPORT ZrStatus zrGetDeviceList2(int* serials, ZrDeviceType* types, int* count);
+/* Resets a USB instrument nobody has open; takes about 3 s either way. */
+ZR_EXPORT ZrStatus zrPresetSerial(int serial);
+
+/* ------------------------------------------------------------------------
  * Data folder. The library keeps its error log (mesa_error_log.txt) in one
  * folder and its calibration and timebase caches in cal_files/ below it.
  * By default: /var/lib/Quillon/ when it can be created and written, else

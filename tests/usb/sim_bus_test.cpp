@@ -223,3 +223,33 @@ TEST_F(SimBus, CablePullFailsTransfersPromptly) {
     EXPECT_EQ(t->status, zrConnectionLostErr);
     EXPECT_FALSE(FindUSBBySerial(41000011).has_value());
 }
+
+TEST_F(SimBus, DeviceListsHoldAtMostNineAndSkipOpenInstruments) {
+    int serials[9], count = -1;
+    ZrDeviceType types[9];
+    EXPECT_EQ(zrGetDeviceList(serials, nullptr), zrNullPtrErr);
+    EXPECT_EQ(zrGetDeviceList(serials, &count), zrNoError);
+    EXPECT_EQ(count, 0);
+    for (int i = 0; i < 12; ++i) plug(i % 3 == 2 ? zrDeviceTypeRidge2 : zrDeviceTypeMesa2, 42000000 + i);
+    EXPECT_EQ(zrGetDeviceList2(serials, types, &count), zrNoError);
+    EXPECT_EQ(count, 9);
+    EXPECT_EQ(serials[0], 42000000);
+    EXPECT_EQ(types[2], zrDeviceTypeRidge2);
+    EXPECT_EQ(zrGetDeviceList2(nullptr, nullptr, &count), zrNoError);
+    EXPECT_EQ(count, 9);
+
+    // Nine held open by this process leave three to list.
+    std::vector<std::unique_ptr<DeviceInterfaceUSB>> held;
+    for (int i = 0; i < 9; ++i) held.push_back(open(42000000 + i));
+    EXPECT_EQ(zrGetDeviceList(serials, &count), zrNoError);
+    EXPECT_EQ(count, 3);
+    EXPECT_EQ(serials[0], 42000009);
+}
+
+TEST_F(SimBus, PresetSerialResetsOnlyAnInstrumentThatIsThere) {
+    auto inst = plug(zrDeviceTypeMesa2, 42000100);
+    ASSERT_EQ(BootToRun(42000100), zrNoError);
+    EXPECT_EQ(zrPresetSerial(42000100), zrNoError);
+    EXPECT_FALSE(inst->running());
+    EXPECT_EQ(zrPresetSerial(42000199), zrDeviceNotFoundErr);
+}
