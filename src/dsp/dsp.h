@@ -135,6 +135,9 @@ constexpr int kFirComplex32 = 14;
 constexpr int kFirReal64 = 19;
 struct DspFIRSpec;
 
+// Sizes cover both algorithms. algorithm 0 picks by length (overlap-save for
+// long f32 filters, direct otherwise); 1 forces direct; 2 asks for
+// overlap-save wherever the length qualifies for it.
 int dspFIRGetSize(int len, int dataType, int& specSize, int& bufSize);
 int dspFIRInit(const float* taps, int len, int algorithm, uint8_t* spec);
 int dspFIRInitComplex(const cf32* taps, int len, int algorithm, uint8_t* spec);
