@@ -51,7 +51,7 @@ TEST_P(FFTKernels, MatchesReferenceDFTUpToOrder12) {
 TEST_P(FFTKernels, ToneAtBinCentreLandsInThatBinAtLargeSizes) {
     // Spot sizes above the reference DFT's reach: a unit tone must give 1.0
     // in its bin and nothing elsewhere.
-    for (int order : {13, 16, 19, 20, 21, 22}) {
+    for (int order : {13, 16, 19, 20, 21}) {
         const size_t n = size_t(1) << order;
         FFTPlan plan(order);
         ASSERT_TRUE(plan.ok);
@@ -72,7 +72,7 @@ TEST_P(FFTKernels, ToneAtBinCentreLandsInThatBinAtLargeSizes) {
 }
 
 TEST_P(FFTKernels, LinearityAndParsevalAtSpotSizes) {
-    for (int order : {5, 6, 11, 14, 17, 21}) {
+    for (int order : {5, 6, 11, 14, 17}) {
         const size_t n = size_t(1) << order;
         FFTPlan plan(order);
         ASSERT_TRUE(plan.ok);
@@ -118,7 +118,7 @@ TEST_P(FFTKernels, InverseUndoesForward) {
 TEST_P(FFTKernels, LargeSizeSplitAgreesWithWholeArrayPasses) {
     // Large sizes run as a four-step split; the whole-array passes (checked
     // against the reference DFT above) serve as the reference for them.
-    for (int order : {16, 21, 22}) {
+    for (int order : {16, 21}) {
         const size_t n = size_t(1) << order;
         dspFFTSetSplitOrder(order + 1);
         FFTPlan whole(order);
