@@ -5,8 +5,10 @@
 // which is what the wide kernels want, and needs no bit-reversal pass. The
 // caller's work buffer is the second buffer; the pass count decides which
 // buffer the first pass writes so that the last pass always lands in dst.
-#include <cmath>
+// From 2^21 points on, the transform is split four-step into two sets of
+// cache-sized Stockham transforms (see fourStepRun).
 #include <algorithm>
+#include <cmath>
 #include <atomic>
 #include <cstring>
 #include <new>
