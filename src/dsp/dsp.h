@@ -109,6 +109,11 @@ struct DspFFTRealSpec;  // real f64, packed
 constexpr int kFFTMinOrder = 1;
 constexpr int kFFTMaxOrder = 27;
 
+// Test hook: sizes from this order on are planned as a four-step split (the
+// default is 21); a plan keeps the choice it was made with. Orders below 14
+// are not accepted.
+void dspFFTSetSplitOrder(int order);
+
 // All return 0 on success, -1 for an order or flag they cannot serve.
 int dspFFTGetSize(int order, int flag, int hint, int& specSize, int& initSize, int& workSize);
 int dspFFTInit(DspFFTSpec*& spec, int order, int flag, int hint, uint8_t* specMem,
@@ -135,6 +140,9 @@ constexpr int kFirComplex32 = 14;
 constexpr int kFirReal64 = 19;
 struct DspFIRSpec;
 
+// Sizes cover both algorithms. algorithm 0 picks by length (overlap-save for
+// long f32 filters, direct otherwise); 1 forces direct; 2 asks for
+// overlap-save wherever the length qualifies for it.
 int dspFIRGetSize(int len, int dataType, int& specSize, int& bufSize);
 int dspFIRInit(const float* taps, int len, int algorithm, uint8_t* spec);
 int dspFIRInitComplex(const cf32* taps, int len, int algorithm, uint8_t* spec);

@@ -37,7 +37,6 @@ uint64_t detectFeatures() {
     return mask;
 }
 
-std::atomic<bool> gInitDone{false};
 std::atomic<bool> gForcePortable{false};
 
 void selectKernels(DspKernels& k, bool wide) {
@@ -72,20 +71,25 @@ uint64_t dspGetCpuFeatures() {
 }
 
 void dspInit() {
-    if (gInitDone.exchange(true)) return;
-    selectKernels(gDspKernels, hasWide() && !gForcePortable.load());
+    // A function-local static: concurrent first calls wait for the one that
+    // fills the table, so no thread ever sees it half written.
+    static const bool selected = [] {
+        selectKernels(gDspKernels, hasWide() && !gForcePortable.load());
+        return true;
+    }();
+    (void)selected;
 }
 
 const DspKernels& dspKernels() {
-    if (!gInitDone.load(std::memory_order_acquire)) dspInit();
+    dspInit();
     return gDspKernels;
 }
 
 bool dspWideKernelsActive() { return dspKernels().wide; }
 
 void dspForcePortable(bool portable) {
+    dspInit();
     gForcePortable.store(portable);
-    gInitDone.store(true);
     selectKernels(gDspKernels, hasWide() && !portable);
 }
 

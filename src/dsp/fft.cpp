@@ -5,7 +5,11 @@
 // which is what the wide kernels want, and needs no bit-reversal pass. The
 // caller's work buffer is the second buffer; the pass count decides which
 // buffer the first pass writes so that the last pass always lands in dst.
+// From 2^21 points on, the transform is split four-step into two sets of
+// cache-sized Stockham transforms (see fourStepRun).
+#include <algorithm>
 #include <cmath>
+#include <atomic>
 #include <cstring>
 #include <new>
 
@@ -20,6 +24,13 @@ struct DspFFTSpec {
     int n;
     int radix4Passes;  // followed by one radix-2 pass when order is odd
     cf32* twiddles;    // all radix-4 passes, back to back
+    // Large sizes: four-step split n = n1 * n2 over two smaller plans.
+    bool fourStep;
+    int n1, n2;
+    DspFFTSpec* sub1;  // length n1 (columns)
+    DspFFTSpec* sub2;  // length n2 (rows)
+    cf32* twHi;        // w^(4096 h), w = e^{-2 pi i / n}
+    cf32* twLo;        // w^l, l < 4096
 };
 
 struct DspFFTRealSpec {
@@ -115,17 +126,106 @@ void mulConjPortable(const cf32* a, const cf32* b, cf32* y, int len) {
 
 // ---- complex plan -----------------------------------------------------------
 
+namespace {
+
+// From this order on, whole-array Stockham passes stream the data through
+// memory a dozen times; the four-step split does two sweeps of transposed
+// blocks whose sub-transforms stay in cache.
+std::atomic<int> gFourStepOrder{21};
+constexpr int kFourStepBlock = 8;  // columns gathered at once: one cache line
+constexpr int kTwLoBits = 12;
+
+struct FFTLayout {
+    size_t spec;
+    size_t work;
+};
+
+FFTLayout fftLayout(int order) {
+    FFTLayout l{};
+    const size_t n = size_t(1) << order;
+    l.spec = roundUp(sizeof(DspFFTSpec)) + kDspAlign;
+    if (order >= gFourStepOrder.load(std::memory_order_relaxed)) {
+        const int o1 = order / 2, o2 = order - order / 2;
+        const FFTLayout a = fftLayout(o1), b = fftLayout(o2);
+        const size_t n2 = size_t(1) << o2;
+        l.spec += roundUp(a.spec) + roundUp(b.spec) +
+                  roundUp((n >> kTwLoBits) * sizeof(cf32)) + roundUp((size_t(1) << kTwLoBits) * sizeof(cf32));
+        // Intermediate array, a gathered block of rows, and the rows' work.
+        l.work = roundUp(n * sizeof(cf32)) + roundUp(kFourStepBlock * n2 * sizeof(cf32)) +
+                 roundUp(std::max(a.work, b.work)) + kDspAlign;
+    } else {
+        l.spec += roundUp(twiddleCount(order) * sizeof(cf32));
+        l.work = n * sizeof(cf32) + kDspAlign;
+    }
+    return l;
+}
+
+uint8_t* alignUp(uint8_t* p) {
+    return reinterpret_cast<uint8_t*>((reinterpret_cast<uintptr_t>(p) + kDspAlign - 1) &
+                                      ~uintptr_t(kDspAlign - 1));
+}
+
+// Builds a spec at specMem (aligned inside), returns it.
+DspFFTSpec* buildSpec(int order, uint8_t* specMem) {
+    uint8_t* base = alignUp(specMem);
+    auto* sp = new (base) DspFFTSpec{};
+    sp->order = order;
+    sp->n = 1 << order;
+    sp->radix4Passes = order / 2;
+    uint8_t* p = base + roundUp(sizeof(DspFFTSpec));
+    if (order >= gFourStepOrder.load(std::memory_order_relaxed)) {
+        const int o1 = order / 2, o2 = order - order / 2;
+        sp->fourStep = true;
+        sp->n1 = 1 << o1;
+        sp->n2 = 1 << o2;
+        sp->sub1 = buildSpec(o1, p);
+        p += roundUp(fftLayout(o1).spec);
+        sp->sub2 = buildSpec(o2, p);
+        p += roundUp(fftLayout(o2).spec);
+        const size_t n = size_t(1) << order;
+        const size_t hi = n >> kTwLoBits, lo = size_t(1) << kTwLoBits;
+        sp->twHi = reinterpret_cast<cf32*>(p);
+        p += roundUp(hi * sizeof(cf32));
+        sp->twLo = reinterpret_cast<cf32*>(p);
+        for (size_t h = 0; h < hi; ++h) {
+            const double ang = -2.0 * M_PI * double(h << kTwLoBits) / double(n);
+            sp->twHi[h] = cf32(float(std::cos(ang)), float(std::sin(ang)));
+        }
+        for (size_t l = 0; l < lo; ++l) {
+            const double ang = -2.0 * M_PI * double(l) / double(n);
+            sp->twLo[l] = cf32(float(std::cos(ang)), float(std::sin(ang)));
+        }
+        return sp;
+    }
+    sp->twiddles = reinterpret_cast<cf32*>(p);
+    cf32* tw = sp->twiddles;
+    for (size_t n = size_t(1) << order; n >= 4; n /= 4) {
+        const size_t m = n / 4;
+        for (int r = 1; r <= 3; ++r) {
+            for (size_t q = 0; q < m; ++q) {
+                // Reduce the index first so the angle stays small and exact.
+                const size_t k = (size_t(r) * q) % n;
+                const double ang = -2.0 * M_PI * double(k) / double(n);
+                tw[q] = cf32(float(std::cos(ang)), float(std::sin(ang)));
+            }
+            tw += m;
+        }
+    }
+    return sp;
+}
+
+}  // namespace
+
+void dspFFTSetSplitOrder(int order) { gFourStepOrder.store(std::max(order, 14)); }
+
 int dspFFTGetSize(int order, int flag, int hint, int& specSize, int& initSize, int& workSize) {
     (void)hint;
     if (order < kFFTMinOrder || order > kFFTMaxOrder || flag != 1) return -1;
-    const size_t n = size_t(1) << order;
-    const size_t spec = roundUp(sizeof(DspFFTSpec)) + roundUp(twiddleCount(order) * sizeof(cf32)) +
-                        kDspAlign;
-    const size_t work = n * sizeof(cf32) + kDspAlign;
-    if (spec > size_t(INT32_MAX) || work > size_t(INT32_MAX)) return -1;
-    specSize = int(spec);
+    const FFTLayout l = fftLayout(order);
+    if (l.spec > size_t(INT32_MAX) || l.work > size_t(INT32_MAX)) return -1;
+    specSize = int(l.spec);
     initSize = 0;
-    workSize = int(work);
+    workSize = int(l.work);
     return 0;
 }
 
@@ -134,27 +234,7 @@ int dspFFTInit(DspFFTSpec*& spec, int order, int flag, int hint, uint8_t* specMe
     (void)initMem;
     int specSize = 0, initSize = 0, workSize = 0;
     if (dspFFTGetSize(order, flag, hint, specSize, initSize, workSize) != 0 || !specMem) return -1;
-    uint8_t* base = reinterpret_cast<uint8_t*>(
-        (reinterpret_cast<uintptr_t>(specMem) + kDspAlign - 1) & ~uintptr_t(kDspAlign - 1));
-    auto* sp = new (base) DspFFTSpec{};
-    sp->order = order;
-    sp->n = 1 << order;
-    sp->radix4Passes = order / 2;
-    sp->twiddles = reinterpret_cast<cf32*>(base + roundUp(sizeof(DspFFTSpec)));
-    cf32* tw = sp->twiddles;
-    for (size_t n = size_t(1) << order; n >= 4; n /= 4) {
-        const size_t m = n / 4;
-        for (int r = 1; r <= 3; ++r) {
-            for (size_t p = 0; p < m; ++p) {
-                // Reduce the index first so the angle stays small and exact.
-                const size_t k = (size_t(r) * p) % n;
-                const double ang = -2.0 * M_PI * double(k) / double(n);
-                tw[p] = cf32(float(std::cos(ang)), float(std::sin(ang)));
-            }
-            tw += m;
-        }
-    }
-    spec = sp;
+    spec = buildSpec(order, specMem);
     return 0;
 }
 
@@ -169,7 +249,17 @@ uint8_t* alignWork(uint8_t* work) {
 
 // Runs all passes with the given closing scale. Also the engine of the
 // inverse, which conjugates around an unscaled forward run.
+namespace {
+
+void fourStepRun(const cf32* src, cf32* dst, const DspFFTSpec* spec, uint8_t* work, float scale);
+
+}  // namespace
+
 void fftRun(const cf32* src, cf32* dst, const DspFFTSpec* spec, uint8_t* work, float scale) {
+    if (spec->fourStep) {
+        fourStepRun(src, dst, spec, work, scale);
+        return;
+    }
     const DspKernels& k = dspKernels();
     const int n = spec->n;
     cf32* wbuf = reinterpret_cast<cf32*>(alignWork(work));
@@ -194,6 +284,60 @@ void fftRun(const cf32* src, cf32* dst, const DspFFTSpec* spec, uint8_t* work, f
     }
     if (spec->order & 1) k.radix2(in, out, stride, scale);
 }
+
+namespace {
+
+// x[n2 + N2 n1] -> X[k1 + N1 k2]: length-N1 transforms down the columns, the
+// twiddle w^(n2 k1), then length-N2 transforms along the rows. Columns and
+// rows are gathered kFourStepBlock at a time so every strided access moves a
+// whole cache line. src is fully read before dst is written.
+void fourStepRun(const cf32* src, cf32* dst, const DspFFTSpec* spec, uint8_t* work, float scale) {
+    const size_t n = size_t(spec->n), n1 = size_t(spec->n1), n2 = size_t(spec->n2);
+    constexpr size_t B = kFourStepBlock;
+    uint8_t* p = alignWork(work);
+    cf32* inter = reinterpret_cast<cf32*>(p);  // inter[n2 * N1 + k1]
+    p += roundUp(n * sizeof(cf32));
+    cf32* rows = reinterpret_cast<cf32*>(p);
+    p += roundUp(B * n2 * sizeof(cf32));
+    uint8_t* subWork = p;
+    const size_t loMask = (size_t(1) << kTwLoBits) - 1;
+    for (size_t c = 0; c < n2; c += B) {
+        for (size_t r = 0; r < n1; ++r) {
+            const cf32* in = src + r * n2 + c;
+            for (size_t b = 0; b < B; ++b) rows[b * n1 + r] = in[b];
+        }
+        for (size_t b = 0; b < B; ++b) {
+            cf32* row = rows + b * n1;
+            fftRun(row, row, spec->sub1, subWork, 1.0f);
+            cf32* out = inter + (c + b) * n1;
+            const size_t col = c + b;
+            for (size_t k1 = 0; k1 < n1; ++k1) {
+                const size_t m = (col * k1) & (n - 1);
+                const cf32 h = spec->twHi[m >> kTwLoBits], l = spec->twLo[m & loMask];
+                const float wr = (h.real() * l.real() - h.imag() * l.imag()) * scale;
+                const float wi = (h.real() * l.imag() + h.imag() * l.real()) * scale;
+                const float xr = row[k1].real(), xi = row[k1].imag();
+                out[k1] = cf32(xr * wr - xi * wi, xr * wi + xi * wr);
+            }
+        }
+    }
+    for (size_t c = 0; c < n1; c += B) {
+        for (size_t r = 0; r < n2; ++r) {
+            const cf32* in = inter + r * n1 + c;
+            for (size_t b = 0; b < B; ++b) rows[b * n2 + r] = in[b];
+        }
+        for (size_t b = 0; b < B; ++b) {
+            cf32* row = rows + b * n2;
+            fftRun(row, row, spec->sub2, subWork, 1.0f);
+        }
+        for (size_t k2 = 0; k2 < n2; ++k2) {
+            cf32* out = dst + c + k2 * n1;
+            for (size_t b = 0; b < B; ++b) out[b] = rows[b * n2 + k2];
+        }
+    }
+}
+
+}  // namespace
 
 void dspFFTForwardComplex(const cf32* src, cf32* dst, const DspFFTSpec* spec, uint8_t* work) {
     fftRun(src, dst, spec, work, 1.0f / float(spec->n));

@@ -145,11 +145,12 @@ int initCommon(const T* taps, int len, int algorithm, uint8_t* mem, int dataType
     return 0;
 }
 
-// Overlap-save over complex samples. `load` copies c new inputs into the
-// segment (as complex), `store` writes c outputs from the transformed segment.
+// Overlap-save over complex samples. The segment buffer's head holds the
+// last len - 1 inputs on entry and on return; `load` copies c new inputs into
+// the segment (as complex), `store` writes c outputs from the transformed
+// segment, whose values come out conjugated.
 template <class Load, class Store>
-void overlapSave(const DspFIRSpec* spec, int numIters, cf32* dly, uint8_t* buffer, Load load,
-                 Store store) {
+cf32* overlapSave(const DspFIRSpec* spec, int numIters, uint8_t* buffer, Load load, Store store) {
     const DspKernels& k = dspKernels();
     const int L = spec->fftLen;
     const int hist = spec->len - 1;
@@ -159,19 +160,20 @@ void overlapSave(const DspFIRSpec* spec, int numIters, cf32* dly, uint8_t* buffe
     cf32* freq = reinterpret_cast<cf32*>(p);
     p += roundUp(size_t(L) * sizeof(cf32));
     uint8_t* work = p;
-    std::memcpy(seg, dly, sizeof(cf32) * size_t(hist));
     for (int off = 0; off < numIters;) {
         const int c = std::min(spec->fftBlock, numIters - off);
         load(seg + hist, off, c);
         fftRun(seg, freq, spec->fft, work, 1.0f);
         k.mulConj(freq, spec->H, freq, L);
         fftRun(freq, freq, spec->fft, work, 1.0f);
-        store(freq + hist, off, c);  // values are conjugated
+        store(freq + hist, off, c);
         std::memmove(seg, seg + c, sizeof(cf32) * size_t(hist));
         off += c;
     }
-    std::memcpy(dly, seg, sizeof(cf32) * size_t(hist));
+    return seg;
 }
+
+cf32* segmentOf(uint8_t* buffer) { return reinterpret_cast<cf32*>(alignPtr(buffer)); }
 
 template <class T, class Kernel>
 void directRun(const T* src, T* dst, int numIters, const DspFIRSpec* spec, const T* dlySrc,
@@ -244,15 +246,17 @@ void dspFIRFilterComplex(const cf32* src, cf32* dst, int numIters, const uint8_t
         return;
     }
     if (spec->useFFT) {
-        if (dlyDst != dlySrc) std::memmove(dlyDst, dlySrc, sizeof(cf32) * size_t(spec->len - 1));
-        overlapSave(
-            spec, numIters, dlyDst, buffer,
-            [src](cf32* seg, int off, int c) {
-                std::memcpy(seg, src + off, sizeof(cf32) * size_t(c));
+        const size_t hist = size_t(spec->len - 1);
+        std::memmove(segmentOf(buffer), dlySrc, sizeof(cf32) * hist);
+        cf32* seg = overlapSave(
+            spec, numIters, buffer,
+            [src](cf32* s, int off, int c) {
+                std::memcpy(s, src + off, sizeof(cf32) * size_t(c));
             },
             [dst](const cf32* out, int off, int c) {
                 for (int i = 0; i < c; ++i) dst[off + i] = std::conj(out[i]);
             });
+        std::memcpy(dlyDst, seg, sizeof(cf32) * hist);
         return;
     }
     directRun(src, dst, numIters, spec, dlySrc, dlyDst, buffer, dspKernels().firComplex);
@@ -267,24 +271,18 @@ void dspFIRFilter(const float* src, float* dst, int numIters, const uint8_t* spe
         return;
     }
     if (spec->useFFT) {
-        // The real delay line is widened into the complex segment and back,
-        // through the head of the segment buffer's own history.
-        uint8_t* p = alignPtr(buffer);
-        cf32* seg = reinterpret_cast<cf32*>(p);
-        // overlapSave copies dly into seg first; give it a complex copy via a
-        // staging area at the tail of seg (beyond what the history uses).
-        cf32* stage = seg + spec->fftLen - hist;
-        for (int i = 0; i < hist; ++i) stage[i] = cf32(dlySrc[i], 0.0f);
-        overlapSave(
-            spec, numIters, stage, buffer,
+        // Real samples ride in the real part; with real taps the imaginary
+        // part stays zero and is dropped on the way out.
+        cf32* head = segmentOf(buffer);
+        for (int i = 0; i < hist; ++i) head[i] = cf32(dlySrc[i], 0.0f);
+        cf32* seg = overlapSave(
+            spec, numIters, buffer,
             [src](cf32* s, int off, int c) {
                 for (int i = 0; i < c; ++i) s[i] = cf32(src[off + i], 0.0f);
             },
             [dst](const cf32* out, int off, int c) {
                 for (int i = 0; i < c; ++i) dst[off + i] = out[i].real();
             });
-        // overlapSave wrote the final history back into `stage`... which
-        // aliases seg; read it from seg's head instead, where it also lives.
         for (int i = 0; i < hist; ++i) dlyDst[i] = seg[i].real();
         return;
     }

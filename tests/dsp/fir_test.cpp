@@ -187,7 +187,9 @@ TEST(DesignLowPass, UnityDCSymmetricHalfAmplitudeAtCutoff) {
             // A windowed sinc crosses half amplitude at its cut-off ...
             EXPECT_NEAR(responseAt(h, cutoff), 0.5, len >= 1024 ? 0.01 : 0.08) << len << " " << cutoff;
             // ... and the Blackman window keeps the stop band deep.
-            if (len >= 1024) EXPECT_LT(responseAt(h, cutoff + 0.02), 1e-4) << len << " " << cutoff;
+            if (len >= 1024) {
+                EXPECT_LT(responseAt(h, cutoff + 0.02), 1e-4) << len << " " << cutoff;
+            }
         }
     }
 }

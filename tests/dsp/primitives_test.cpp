@@ -172,7 +172,9 @@ TEST(DspMemory, MallocIsAlignedForWideVectors) {
 
 TEST(DspCpu, FeatureBitsAreConsistent) {
     const uint64_t f = dspGetCpuFeatures();
-    if (f & kCpuAvx2Fma) EXPECT_TRUE(f & kCpuAvx);
+    if (f & kCpuAvx2Fma) {
+        EXPECT_TRUE(f & kCpuAvx);
+    }
     dspInit();
     if (dspWideKernelsActive()) {
         EXPECT_TRUE(f & kCpuAvx2Fma);
