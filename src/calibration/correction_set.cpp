@@ -67,6 +67,16 @@ void CorrectionSet::LoadCorrections(const RidgeCalData& image) {
     isRidge = 1;
 }
 
+void CorrectionSet::LoadFromTransportImage(const uint8_t* image, bool ridgeFamily) {
+    isRidge = ridgeFamily ? 1 : 0;
+    if (!image) return;
+    const bool hasCorrections = zrCalDoesCorrectionsExist(image);
+    auto* dst = ridgeFamily ? reinterpret_cast<uint8_t*>(ridge.get()) : reinterpret_cast<uint8_t*>(mesa.get());
+    const size_t size = ridgeFamily ? sizeof(RidgeCalData) : sizeof(MesaCalData);
+    if (ridgeFamily && zrCalDoesPretestDataExist(image)) std::memcpy(dst, image, kCalHeadSize);
+    if (hasCorrections) std::memcpy(dst + kCalHeadSize, image + kCalHeadSize, size - kCalHeadSize);
+}
+
 void CorrectionSet::SetTemperature(float degrees) {
     if (correctionMode == 1) {
         tempIndex = correctionIndex;

@@ -49,6 +49,12 @@ public:
     void LoadCorrections(const MesaCalData& image);
     void LoadCorrections(const RidgeCalData& image);
 
+    // The open path's load from the transport's image (8 MiB, 0xFF where
+    // nothing was read): puts the family in force, takes a Ridge head when
+    // it carries pretest data and the corrections block when it has a date.
+    // The LO tables derived from the head are the RF layer's business.
+    void LoadFromTransportImage(const uint8_t* image, bool ridgeFamily);
+
     void SetTemperature(float degrees);
 
     // dB; indices are limited to the table.
