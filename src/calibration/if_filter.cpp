@@ -44,12 +44,6 @@ struct FFTScratch {
     }
 };
 
-float lerpExact(float a, float b, float t) {
-    if (t == 0.0f) return a;
-    if (t == 1.0f) return b;
-    return (1.0f - t) * a + t * b;
-}
-
 void multiplyBin(double* spectrum, int bin, double c, double s) {
     const double re = spectrum[2 * bin], im = spectrum[2 * bin + 1];
     spectrum[2 * bin] = re * c - im * s;
@@ -60,9 +54,9 @@ template <class Image>
 void buildIFFilter(const Image& im, int ti, float t, int slice, float* taps, bool narrow, double* gainDb) {
     float R[kCalIFColumns], P[kCalIFColumns], F[kCalIFColumns];
     for (int k = 0; k < kCalIFColumns; ++k) {
-        R[k] = lerpExact(im.ifRatio[ti][slice][k], im.ifRatio[ti + 1][slice][k], t);
-        P[k] = lerpExact(im.ifPhase[ti][slice][k], im.ifPhase[ti + 1][slice][k], t);
-        F[k] = lerpExact(im.ifFlatness[ti][slice][k], im.ifFlatness[ti + 1][slice][k], t);
+        R[k] = mixExact(im.ifRatio[ti][slice][k], im.ifRatio[ti + 1][slice][k], t);
+        P[k] = mixExact(im.ifPhase[ti][slice][k], im.ifPhase[ti + 1][slice][k], t);
+        F[k] = mixExact(im.ifFlatness[ti][slice][k], im.ifFlatness[ti + 1][slice][k], t);
     }
     // Columns beyond the usable IF width were measured in the roll-off; the
     // last good column stands in for them. The lowest slices see less of
