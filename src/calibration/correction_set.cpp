@@ -12,8 +12,9 @@ namespace {
 
 // Index and fraction of position x on a table of `last` + 1 points: below
 // the first point the first value, from the last point on the last value.
+// A NaN position (a NaN step from a caller) counts as below the table.
 void tablePosition(double x, int last, int& index, float& frac) {
-    if (x < 0.0) {
+    if (!(x >= 0.0)) {
         index = 0;
         frac = 0.0f;
     } else if (x >= last) {
