@@ -54,6 +54,9 @@ ZrDevice::ZrDevice(std::unique_ptr<DeviceInterface> t) : transport(std::move(t))
         serialNumber = transport->deviceSerial;
     }
     maxFrequency = modelInfo(deviceType).maxFrequency;
+    // Whatever the transport read from cache or flash replaces the neutral
+    // tables; an instrument without corrections measures uncorrected.
+    corrections.LoadFromTransportImage(transport ? transport->image.data() : nullptr, ridge());
 }
 
 // Engines are stopped and deleted by the mode layer before a device is

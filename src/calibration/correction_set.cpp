@@ -10,18 +10,11 @@ namespace zr {
 
 namespace {
 
-// Mix of two table values by a fraction in f32. The ends are taken exactly,
-// so a lookup at a table point returns the stored value bit for bit.
-float lerpExact(float a, float b, float t) {
-    if (t == 0.0f) return a;
-    if (t == 1.0f) return b;
-    return (1.0f - t) * a + t * b;
-}
-
 // Index and fraction of position x on a table of `last` + 1 points: below
 // the first point the first value, from the last point on the last value.
+// A NaN position (a NaN step from a caller) counts as below the table.
 void tablePosition(double x, int last, int& index, float& frac) {
-    if (x < 0.0) {
+    if (!(x >= 0.0)) {
         index = 0;
         frac = 0.0f;
     } else if (x >= last) {
@@ -67,6 +60,16 @@ void CorrectionSet::LoadCorrections(const RidgeCalData& image) {
     isRidge = 1;
 }
 
+void CorrectionSet::LoadFromTransportImage(const uint8_t* image, bool ridgeFamily) {
+    isRidge = ridgeFamily ? 1 : 0;
+    if (!image) return;
+    const bool hasCorrections = zrCalDoesCorrectionsExist(image);
+    auto* dst = ridgeFamily ? reinterpret_cast<uint8_t*>(ridge.get()) : reinterpret_cast<uint8_t*>(mesa.get());
+    const size_t size = ridgeFamily ? sizeof(RidgeCalData) : sizeof(MesaCalData);
+    if (ridgeFamily && zrCalDoesPretestDataExist(image)) std::memcpy(dst, image, kCalHeadSize);
+    if (hasCorrections) std::memcpy(dst + kCalHeadSize, image + kCalHeadSize, size - kCalHeadSize);
+}
+
 void CorrectionSet::SetTemperature(float degrees) {
     if (correctionMode == 1) {
         tempIndex = correctionIndex;
@@ -97,7 +100,7 @@ void CorrectionSet::SetTemperature(float degrees) {
     tempFrac = 1.0;
 }
 
-float CorrectionSet::mixF(float a, float b) const { return lerpExact(a, b, static_cast<float>(tempFrac)); }
+float CorrectionSet::mixF(float a, float b) const { return mixExact(a, b, static_cast<float>(tempFrac)); }
 
 float CorrectionSet::GetAttenGain(int attenIndex, int slice) const {
     const int a = std::clamp(attenIndex, 0, kCalAttens - 1);
@@ -114,19 +117,25 @@ float CorrectionSet::GetPreselectLoss(int filter) const {
     return static_cast<float>(sum * 0.03125);
 }
 
+// One point of the low-frequency table (10 kHz steps from 100 kHz), held
+// flat outside it.
+float CorrectionSet::lowFreqValue(const float* table, double f) const {
+    int index;
+    float frac;
+    tablePosition((f - 100000.0) / 10000.0, kLowFreqPoints - 1, index, frac);
+    return mixExact(table[index], table[index + 1], frac);
+}
+
 void CorrectionSet::GetLowFreqCurve(double f0, double df, int n, float* out) const {
     if (n <= 0 || !out) return;
+    // Only the start decides: a span that starts low gets the table across
+    // its whole length, the last entry holding above 490 kHz.
     if (f0 > 500000.0) {
         std::fill(out, out + n, 0.0f);
         return;
     }
     const float* table = isRidge ? ridge->lowFreqCorrection : mesa->lowFreqCorrection;
-    for (int i = 0; i < n; ++i) {
-        int index;
-        float frac;
-        tablePosition((i * df + f0 - 100000.0) / 10000.0, kLowFreqPoints - 1, index, frac);
-        out[i] = lerpExact(table[index], table[index + 1], frac);
-    }
+    for (int i = 0; i < n; ++i) out[i] = lowFreqValue(table, i * df + f0);
 }
 
 void CorrectionSet::GetPreselectCurve(int filter, double f0, double df, int n, float* out) const {
@@ -136,21 +145,14 @@ void CorrectionSet::GetPreselectCurve(int filter, double f0, double df, int n, f
     const double step = info.step();
     const float* lo = isRidge ? ridge->preselect[tempIndex][f] : mesa->preselect[tempIndex][f];
     const float* hi = isRidge ? ridge->preselect[tempIndex + 1][f] : mesa->preselect[tempIndex + 1][f];
+    const float* lowTable = isRidge ? ridge->lowFreqCorrection : mesa->lowFreqCorrection;
+    const bool low = f0 <= 500000.0;
     for (int i = 0; i < n; ++i) {
         int index;
         float frac;
         tablePosition((i * df + f0 - info.start) / step, kPreselectPoints - 1, index, frac);
-        out[i] = mixF(lerpExact(lo[index], lo[index + 1], frac), lerpExact(hi[index], hi[index + 1], frac));
-    }
-    // The low-frequency correction rides on top; it is all zeros unless the
-    // span starts at or below 500 kHz. Added value by value, so no scratch.
-    if (f0 > 500000.0) return;
-    const float* table = isRidge ? ridge->lowFreqCorrection : mesa->lowFreqCorrection;
-    for (int i = 0; i < n; ++i) {
-        int index;
-        float frac;
-        tablePosition((i * df + f0 - 100000.0) / 10000.0, kLowFreqPoints - 1, index, frac);
-        out[i] += lerpExact(table[index], table[index + 1], frac);
+        out[i] = mixF(mixExact(lo[index], lo[index + 1], frac), mixExact(hi[index], hi[index + 1], frac));
+        if (low) out[i] += lowFreqValue(lowTable, i * df + f0);
     }
 }
 

@@ -21,6 +21,14 @@ constexpr int kIFFilterValues = 2 * kIFFilterTaps;
 // (values 60 to 65) have 18 bits, all others 16.
 constexpr double kIFCoefficientScale = 131071.0;
 
+// Mix of two table values by a fraction in f32. The ends are taken exactly,
+// so a lookup at a table point returns the stored value bit for bit.
+inline float mixExact(float a, float b, float t) {
+    if (t == 0.0f) return a;
+    if (t == 1.0f) return b;
+    return (1.0f - t) * a + t * b;
+}
+
 class CorrectionSet {
 public:
     CorrectionSet();
@@ -49,6 +57,12 @@ public:
     void LoadCorrections(const MesaCalData& image);
     void LoadCorrections(const RidgeCalData& image);
 
+    // The open path's load from the transport's image (8 MiB, 0xFF where
+    // nothing was read): puts the family in force, takes a Ridge head when
+    // it carries pretest data and the corrections block when it has a date.
+    // The LO tables derived from the head are the RF layer's business.
+    void LoadFromTransportImage(const uint8_t* image, bool ridgeFamily);
+
     void SetTemperature(float degrees);
 
     // dB; indices are limited to the table.
@@ -70,6 +84,7 @@ public:
 
 private:
     float mixF(float a, float b) const;
+    float lowFreqValue(const float* table, double f) const;
     int sliceCount() const { return isRidge ? kRidgeSlices : kMesaSlices; }
 };
 

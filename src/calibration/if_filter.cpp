@@ -1,92 +1,48 @@
-// The IF correction filter: a half-band-wide low-pass prototype whose
-// spectrum is shaped, column by column, by the measured IF flatness, I/Q
-// amplitude ratio and I/Q phase of one slice, then brought back to taps for
-// the FPGA's I and Q paths.
-//
-// The 64-point real transforms are done here by a direct DFT in double
-// precision. At this size that costs a few thousand multiplies per filter,
-// which is far below the rest of a plan, and it keeps this file free of any
-// FFT library's packing and scaling conventions. The packing used is the one
-// the filter arithmetic is written in: DC, Nyquist, then re/im of bins 1..31;
-// forward scaled by 1/64, inverse unscaled.
+// The IF correction filter: a wide low-pass prototype whose spectrum is
+// shaped, column by column, by the measured IF flatness, I/Q amplitude ratio
+// and I/Q phase of one slice, then brought back to taps for the FPGA's I and
+// Q paths. The design runs in double precision on the 64-point real FFT of
+// the signal-processing library (packed: DC, Nyquist, then re/im of bins 1
+// to 31; forward scaled by 1/64, inverse unscaled).
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <numbers>
+#include <vector>
 
 #include "calibration/correction_set.h"
+#include "dsp/dsp.h"
 
 namespace zr {
 
 namespace {
 
 constexpr int kN = 64;
+constexpr int kOrder = 6;
+constexpr int kHintAccurate = 2;
+constexpr int kWindowRect = 0;  // any window code but Blackman's
+constexpr double kPrototypeCutoff = static_cast<double>(0.45f);
 
-struct Twiddles {
-    std::array<double, kN> cosine, sine;  // of 2 pi k / 64
+// Scratch for the transforms: on the stack at the sizes the library asks
+// for today, on the heap should it ever ask for more.
+struct FFTScratch {
+    alignas(64) uint8_t specStack[2048];
+    alignas(64) uint8_t initStack[256];
+    alignas(64) uint8_t workStack[1024];
+    std::vector<uint8_t> specHeap, initHeap, workHeap;
+    uint8_t* spec = specStack;
+    uint8_t* init = initStack;
+    uint8_t* work = workStack;
+    DspFFTRealSpec* fft = nullptr;
+
+    FFTScratch() {
+        int specSize = 0, initSize = 0, workSize = 0;
+        dspFFTRealGetSize(kOrder, 1, kHintAccurate, specSize, initSize, workSize);
+        if (specSize > static_cast<int>(sizeof specStack)) spec = (specHeap.resize(specSize), specHeap.data());
+        if (initSize > static_cast<int>(sizeof initStack)) init = (initHeap.resize(initSize), initHeap.data());
+        if (workSize > static_cast<int>(sizeof workStack)) work = (workHeap.resize(workSize), workHeap.data());
+        dspFFTRealInit(fft, kOrder, 1, kHintAccurate, spec, init);
+    }
 };
-
-const Twiddles& twiddles() {
-    static const Twiddles t = [] {
-        Twiddles w;
-        for (int k = 0; k < kN; ++k) {
-            w.cosine[k] = std::cos(2.0 * std::numbers::pi * k / kN);
-            w.sine[k] = std::sin(2.0 * std::numbers::pi * k / kN);
-        }
-        return w;
-    }();
-    return t;
-}
-
-void forwardRealPacked64(const double* x, double* out) {
-    const Twiddles& w = twiddles();
-    for (int m = 0; m <= kN / 2; ++m) {
-        double re = 0.0, im = 0.0;
-        for (int n = 0; n < kN; ++n) {
-            const int k = (m * n) % kN;
-            re += x[n] * w.cosine[k];
-            im -= x[n] * w.sine[k];
-        }
-        re /= kN;
-        im /= kN;
-        if (m == 0) out[0] = re;
-        else if (m == kN / 2) out[1] = re;
-        else {
-            out[2 * m] = re;
-            out[2 * m + 1] = im;
-        }
-    }
-}
-
-void inverseRealPacked64(const double* in, double* x) {
-    const Twiddles& w = twiddles();
-    for (int n = 0; n < kN; ++n) {
-        double v = in[0] + ((n & 1) ? -in[1] : in[1]);
-        for (int m = 1; m < kN / 2; ++m) {
-            const int k = (m * n) % kN;
-            v += 2.0 * (in[2 * m] * w.cosine[k] - in[2 * m + 1] * w.sine[k]);
-        }
-        x[n] = v;
-    }
-}
-
-// Rectangular-window sinc low-pass, 63 taps, unity gain at DC.
-void lowpassPrototype(double relCutoff, double* taps) {
-    constexpr int kCentre = kIFFilterTaps / 2;
-    double sum = 0.0;
-    for (int n = 0; n < kIFFilterTaps; ++n) {
-        const int m = n - kCentre;
-        taps[n] = m == 0 ? 2.0 * relCutoff : std::sin(2.0 * std::numbers::pi * relCutoff * m) / (std::numbers::pi * m);
-        sum += taps[n];
-    }
-    for (int n = 0; n < kIFFilterTaps; ++n) taps[n] /= sum;
-}
-
-float lerpExact(float a, float b, float t) {
-    if (t == 0.0f) return a;
-    if (t == 1.0f) return b;
-    return (1.0f - t) * a + t * b;
-}
 
 void multiplyBin(double* spectrum, int bin, double c, double s) {
     const double re = spectrum[2 * bin], im = spectrum[2 * bin + 1];
@@ -98,9 +54,9 @@ template <class Image>
 void buildIFFilter(const Image& im, int ti, float t, int slice, float* taps, bool narrow, double* gainDb) {
     float R[kCalIFColumns], P[kCalIFColumns], F[kCalIFColumns];
     for (int k = 0; k < kCalIFColumns; ++k) {
-        R[k] = lerpExact(im.ifRatio[ti][slice][k], im.ifRatio[ti + 1][slice][k], t);
-        P[k] = lerpExact(im.ifPhase[ti][slice][k], im.ifPhase[ti + 1][slice][k], t);
-        F[k] = lerpExact(im.ifFlatness[ti][slice][k], im.ifFlatness[ti + 1][slice][k], t);
+        R[k] = mixExact(im.ifRatio[ti][slice][k], im.ifRatio[ti + 1][slice][k], t);
+        P[k] = mixExact(im.ifPhase[ti][slice][k], im.ifPhase[ti + 1][slice][k], t);
+        F[k] = mixExact(im.ifFlatness[ti][slice][k], im.ifFlatness[ti + 1][slice][k], t);
     }
     // Columns beyond the usable IF width were measured in the roll-off; the
     // last good column stands in for them. The lowest slices see less of
@@ -109,10 +65,12 @@ void buildIFFilter(const Image& im, int ti, float t, int slice, float* taps, boo
     if (slice < 4) good = 23;
     if (slice == 4) good = 9;
 
+    FFTScratch scratch;
     double proto[kN] = {};
-    lowpassPrototype(static_cast<double>(0.45f), proto);
+    double designBuffer[kIFFilterTaps];
+    dspFIRGenLowpass(kPrototypeCutoff, proto, kIFFilterTaps, kWindowRect, 1, reinterpret_cast<uint8_t*>(designBuffer));
     double SI[kN], SQ[kN];
-    forwardRealPacked64(proto, SI);
+    dspFFTForwardRealPacked(proto, SI, scratch.fft, scratch.work);
     std::copy(SI, SI + kN, SQ);
 
     // DC balance: the I/Q ratio at DC extrapolated from the first two columns.
@@ -146,8 +104,8 @@ void buildIFFilter(const Image& im, int ti, float t, int slice, float* taps, boo
     // The (DC, Nyquist) pair is multiplied by (1, 0): unchanged.
 
     double xI[kN], xQ[kN];
-    inverseRealPacked64(SI, xI);
-    inverseRealPacked64(SQ, xQ);
+    dspFFTInverseRealPacked(SI, xI, scratch.fft, scratch.work);
+    dspFFTInverseRealPacked(SQ, xQ, scratch.fft, scratch.work);
     float a[kIFFilterTaps], b[kIFFilterTaps];
     for (int n = 0; n < kIFFilterTaps; ++n) {
         const double hamming = 0.54 - 0.46 * std::cos(2.0 * std::numbers::pi * n / (kIFFilterTaps - 1));

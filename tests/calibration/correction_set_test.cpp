@@ -7,6 +7,7 @@
 
 #include "calibration/correction_set.h"
 #include "support/cal_images.h"
+#include "support/fake_transport.h"
 
 using namespace zr;
 using namespace zr::test;
@@ -310,4 +311,52 @@ TEST(CorrectionLoad, ReplacesTheCorrectionsAndKeepsTheHead) {
     EXPECT_EQ(rs->isRidge, 0);
     rs->SetTemperature(kCalTemperatures[1]);
     EXPECT_EQ(rs->GetAttenGain(1, 10), mesaImage().gain[1][1][10]);
+}
+
+TEST(CorrectionLoad, FromTheTransportImageAsTheOpenPathLeavesIt) {
+    // Mesa: the corrections block when dated; the head is never taken.
+    std::vector<uint8_t> raw(0x800000, 0xFF);
+    std::memcpy(raw.data(), &mesaImage(), sizeof(MesaCalData));
+    CorrectionSet m;
+    m.LoadFromTransportImage(raw.data(), false);
+    EXPECT_EQ(m.isRidge, 0);
+    EXPECT_EQ(std::memcmp(reinterpret_cast<const uint8_t*>(m.mesa.get()) + 0x40000, raw.data() + 0x40000,
+                          0x400000 - 0x40000),
+              0);
+    EXPECT_FALSE(zrCalDoesFlashHeaderExist(m.mesa.get()));
+
+    // Ridge with pretest data: head and corrections both.
+    std::memcpy(raw.data(), &ridgeImage(), sizeof(RidgeCalData));
+    CorrectionSet r;
+    r.LoadFromTransportImage(raw.data(), true);
+    EXPECT_EQ(r.isRidge, 1);
+    EXPECT_EQ(std::memcmp(r.ridge.get(), &ridgeImage(), sizeof(RidgeCalData)), 0);
+
+    // Ridge without pretest bytes keeps its neutral head; undated
+    // corrections are not taken either.
+    std::memset(raw.data() + 1024, 0xFF, 1024);
+    const uint32_t none = 0xFFFFFFFFu;
+    std::memcpy(raw.data() + 0x40000, &none, 4);
+    CorrectionSet bare;
+    bare.LoadFromTransportImage(raw.data(), true);
+    EXPECT_EQ(bare.isRidge, 1);
+    EXPECT_EQ(bare.ridge->loGateBiasDefault, -1.5f);
+    EXPECT_EQ(bare.ridge->gain[3][3][3], 0.0f);
+    bare.SetTemperature(20.0f);
+    EXPECT_EQ(bare.GetLOGateBias(), -1.5f);
+}
+
+TEST(CorrectionLoad, DeviceObjectTakesTheTransportsImage) {
+    auto t = std::make_unique<OfflineTransport>(zrDeviceTypeRidge2, 19000456);
+    std::memcpy(t->image.data(), &ridgeImage(), sizeof(RidgeCalData));
+    ZrDevice dev(std::move(t));
+    EXPECT_EQ(dev.corrections.isRidge, 1);
+    dev.corrections.SetTemperature(kCalTemperatures[5]);
+    EXPECT_EQ(dev.corrections.GetAttenGain(2, 1000), ridgeImage().gain[5][2][1000]);
+
+    ZrDevice mesa(std::make_unique<OfflineTransport>(zrDeviceTypeMesa3, 18000123));  // nothing read
+    EXPECT_EQ(mesa.corrections.isRidge, 0);
+    EXPECT_FALSE(zrCalDoesCorrectionsExist(reinterpret_cast<const uint8_t*>(mesa.corrections.mesa.get())));
+    mesa.corrections.SetTemperature(25.0f);
+    EXPECT_EQ(mesa.corrections.GetAttenGain(2, 100), 0.0f);
 }
