@@ -9,8 +9,10 @@
 #include <vector>
 
 #include "zr_api.h"
+#include "calibration/correction_set.h"
 #include "gps/gps_receiver.h"
 #include "gps/timebase_file.h"
+#include "transport/command_list.h"
 #include "transport/device_interface.h"
 
 namespace zr {
@@ -189,6 +191,10 @@ struct ZrDevice {
     ZrMode currentMode = zrModeIdle;
     ZrPowerState powerState = zrPowerStateStandby;  // until start-up finishes
 
+    // Working calibration: neutral until the open path loads the
+    // instrument's corrections.
+    CorrectionSet corrections;
+
     // Level: applies to every mode.
     int32_t attenuator = -1;  // -1 automatic, 0..6 in 5 dB steps
     double refLevel = 0.0;
@@ -224,6 +230,10 @@ struct ZrDevice {
     EngineSegmentedIQ* segmentedEngine = nullptr;
     EngineCustom* customEngine = nullptr;
     EngineIQSweepList* iqSweepListEngine = nullptr;
+
+    // Built once at start-up, sent on every change of power state.
+    CommandList wakeList;
+    CommandList standbyList;
 
     std::vector<uint8_t> iqQueueStorage;  // outlives engines
 

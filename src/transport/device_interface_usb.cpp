@@ -214,3 +214,43 @@ std::optional<UsbDeviceInfo> FindFreshDevice() {
 }
 
 }  // namespace zr
+
+#include "transport/command_list.h"
+#include "transport/wait.h"
+
+namespace zr {
+
+constexpr double kResetWaitMs = 3000.0;
+
+int32_t BootToRun(int serial) {
+    auto info = FindUSBBySerial(serial);
+    if (!info) return zrDeviceNotFoundErr;
+    auto cls = ClassifyUSB(*info);
+    if (!cls) return zrBootErr;
+    if (cls->running) return zrNoError;
+    DeviceInterfaceUSB boot(DeviceInterface::kWriteBlockSize);
+    if (!boot.ConnectUSB(info->bus->open(*info), *info)) return zrDeviceNotFoundErr;
+    boot.connected = 1;
+    const int32_t started = StartFPGA(boot);
+    if (started < 0) return started;
+    protocolSleepMs(kResetWaitMs);
+    boot.Close();
+    return zrNoError;
+}
+
+void ResetAllRunningUSB() {
+    for (;;) {
+        bool found = false;
+        for (const UsbDeviceInfo& info : enumerateAllUsb()) {
+            auto cls = ClassifyUSB(info);
+            if (info.vendorId != kInstrumentVendorId || !cls || !cls->running) continue;
+            ResetUSB(info);
+            protocolSleepMs(kResetWaitMs);
+            found = true;
+            break;
+        }
+        if (!found) return;
+    }
+}
+
+}  // namespace zr

@@ -79,3 +79,12 @@ bool ResetUSB(const UsbDeviceInfo& info);
 std::optional<UsbDeviceInfo> FindFreshDevice();
 
 }  // namespace zr
+
+namespace zr {
+// Moves an instrument from its boot state to its run state: loads the
+// FPGA and waits for the instrument to come back. 0, or a negative status.
+int32_t BootToRun(int serial);
+// The reset request for every running instrument, one after the other,
+// until a whole walk finds none running.
+void ResetAllRunningUSB();
+}  // namespace zr
