@@ -34,13 +34,15 @@ uint64_t xorshift(uint64_t& s) {
 
 Instrument::Instrument(ZrDeviceType type, int serial)
     : type_(type), serial_(serial), epoch_(std::chrono::steady_clock::now()), regs_(0x10000, 0) {
-    noiseTable_.resize(kNoiseTable);
+    noiseRe_.resize(kNoiseTable);
+    noiseIm_.resize(kNoiseTable);
     uint64_t s = 0x2545F4914F6CDD1Dull ^ static_cast<uint64_t>(serial);
-    for (auto& n : noiseTable_) {
+    for (size_t i = 0; i < kNoiseTable; ++i) {
         double u1 = (static_cast<double>(xorshift(s) >> 11) + 1.0) * 0x1.0p-53;
         double u2 = static_cast<double>(xorshift(s) >> 11) * 0x1.0p-53;
         double r = std::sqrt(-2.0 * std::log(u1));
-        n = {static_cast<float>(r * std::cos(kTwoPi * u2)), static_cast<float>(r * std::sin(kTwoPi * u2))};
+        noiseRe_[i] = static_cast<float>(r * std::cos(kTwoPi * u2));
+        noiseIm_[i] = static_cast<float>(r * std::sin(kTwoPi * u2));
     }
     scratchRe_.resize(kSamplesPerBlock);
     scratchIm_.resize(kSamplesPerBlock);
@@ -542,13 +544,14 @@ void Instrument::rebuildScene() {
 void Instrument::generateLocked(int16_t* iq) {
     float* re = scratchRe_.data();
     float* im = scratchIm_.data();
-    const uint32_t start = static_cast<uint32_t>(xorshift(rng_)) & (kNoiseTable - 1);
+    // A random window of the noise table, contiguous so the loops vectorise.
+    const size_t start = static_cast<size_t>(xorshift(rng_) % (kNoiseTable - kSamplesPerBlock));
     const float sigma = noiseSigma_;
-    const std::complex<float>* noise = noiseTable_.data();
+    const float* nr = noiseRe_.data() + start;
+    const float* ni = noiseIm_.data() + start;
     for (int n = 0; n < kSamplesPerBlock; ++n) {
-        const auto& z = noise[(start + n) & (kNoiseTable - 1)];
-        re[n] = z.real() * sigma;
-        im[n] = z.imag() * sigma;
+        re[n] = nr[n] * sigma;
+        im[n] = ni[n] * sigma;
     }
     for (ToneState& t : toneStates_) {
         const float cr = static_cast<float>(t.amplitude * std::cos(kTwoPi * t.phase));
@@ -561,15 +564,21 @@ void Instrument::generateLocked(int16_t* iq) {
         }
         t.phase = std::fmod(t.phase + t.offsetCycles * kSamplesPerBlock, 1.0);
     }
-    bool clipped = false;
+    float peak = 0.0f;
     for (int n = 0; n < kSamplesPerBlock; ++n) {
-        float a = std::nearbyint(re[n]);
-        float b = std::nearbyint(im[n]);
-        clipped |= a > 32767.0f || a < -32768.0f || b > 32767.0f || b < -32768.0f;
-        iq[2 * n] = static_cast<int16_t>(std::clamp(a, -32768.0f, 32767.0f));
-        iq[2 * n + 1] = static_cast<int16_t>(std::clamp(b, -32768.0f, 32767.0f));
+        const float a = re[n], b = im[n];
+        const float ma = a < 0.0f ? -a : a;
+        const float mb = b < 0.0f ? -b : b;
+        peak = peak > ma ? peak : ma;
+        peak = peak > mb ? peak : mb;
+        const float ca = a > 32767.0f ? 32767.0f : (a < -32768.0f ? -32768.0f : a);
+        const float cb = b > 32767.0f ? 32767.0f : (b < -32768.0f ? -32768.0f : b);
+        // Round half away from zero. (GCC does not vectorise this loop yet;
+        // it is the largest cost of a block.)
+        iq[2 * n] = static_cast<int16_t>(static_cast<int32_t>(ca + (ca < 0.0f ? -0.5f : 0.5f)));
+        iq[2 * n + 1] = static_cast<int16_t>(static_cast<int32_t>(cb + (cb < 0.0f ? -0.5f : 0.5f)));
     }
-    clippedSinceStatus_ |= clipped;
+    clippedSinceStatus_ |= peak > 32767.5f;
 }
 
 void Instrument::generateBlock(int16_t* iq) {
@@ -620,6 +629,10 @@ void Instrument::setAttenuatorDb(double db) {
 void Instrument::setPaced(bool paced) {
     std::lock_guard lock(mu_);
     paced_ = paced;
+}
+void Instrument::setUnpacedTicks(uint64_t ticks) {
+    std::lock_guard lock(mu_);
+    virtualTick_ = ticks;
 }
 void Instrument::setFirmware(uint32_t revision, uint16_t minor, uint16_t major) {
     std::lock_guard lock(mu_);

@@ -100,6 +100,9 @@ public:
     static double pathGainDb(double freqHz, double attenDb, double celsius);
     // Samples are produced at the instrument's pace unless unpaced.
     void setPaced(bool paced);
+    // Unpaced, the tick counter runs with the samples only; this sets it
+    // (to see the 32-bit counters wrap, for instance).
+    void setUnpacedTicks(uint64_t ticks);
 
     // ---- Identity and status content ----
     void setFirmware(uint32_t revision, uint16_t minor, uint16_t major);
@@ -217,7 +220,7 @@ private:
     float celsius_ = 30.0f;
     double centerHz_ = 1e9;
     double attenDb_ = 0.0;
-    std::vector<std::complex<float>> noiseTable_;
+    std::vector<float> noiseRe_, noiseIm_;  // unit Gaussian per component
     std::vector<float> scratchRe_, scratchIm_;
 
     // status content and faults

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cmath>
+#include <cstring>
 #include <map>
 #include <mutex>
 
@@ -45,14 +46,17 @@ ZrStatus withInstrument(int serial, F&& f) {
 extern "C" {
 
 ZrStatus zrSimAttachUSB(ZrDeviceType type, int serial) {
-    if (type != zrDeviceTypeMesa1 && type != zrDeviceTypeMesa2 && type != zrDeviceTypeRidge2)
+    // A C caller may pass any int here; look at it as one.
+    int raw;
+    std::memcpy(&raw, &type, sizeof raw);
+    if (raw != zrDeviceTypeMesa1 && raw != zrDeviceTypeMesa2 && raw != zrDeviceTypeRidge2)
         return zrInvalidParameterErr;
     if (!zr::sim::validSerial(serial)) return zrInvalidParameterErr;
     std::lock_guard lock(zr::sim::registryMutex);
     auto& reg = zr::sim::registry();
     if (reg.count(serial) != 0) return zrInvalidParameterErr;
     try {
-        reg.emplace(serial, std::make_shared<zr::sim::Instrument>(type, serial));
+        reg.emplace(serial, std::make_shared<zr::sim::Instrument>(static_cast<ZrDeviceType>(raw), serial));
     } catch (...) {
         return zrAllocationErr;
     }

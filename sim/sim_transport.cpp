@@ -99,6 +99,9 @@ TransferResult SimTransport::FinishWrite(int slot) {
 void SimTransport::BeginRead(int slot, int size, int timeoutMs) {
     if (slot < 0 || slot >= kSlotCount) return;
     ReadSlot& r = reads_[slot];
+    // Begin twice without a Finish breaks the contract; withdraw the old
+    // read rather than link its request into the endpoint queue twice.
+    if (r.posted) instrument_->cancelRead(r.request), r.posted = false;
     r.size = static_cast<uint32_t>(size < 0 ? 0 : size);
     r.tooLarge = size < 0 || size > kReadBufferSize;
     if (r.tooLarge) return;

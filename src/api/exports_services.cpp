@@ -11,13 +11,6 @@ using namespace zr;
 
 namespace {
 
-template <class F>
-ZrStatus withDevice(int handle, F&& work) {
-    ZrDevice* dev = lookupDevice(handle);
-    if (!dev) return zrInvalidDeviceErr;
-    return work(*dev);
-}
-
 ZrStatus transportStatus(const ZrDevice& d) {
     return d.transport ? static_cast<ZrStatus>(d.transport->status) : zrConnectionLostErr;
 }

@@ -147,6 +147,44 @@ TEST_F(SimFixture, TickCountersFollowTheSamplesDelivered) {
     EXPECT_EQ(inst->sampleRate(), 25e6);
 }
 
+TEST_F(SimFixture, TickCountersWrapAtThirtyTwoBits) {
+    inst->setPaced(false);
+    inst->setUnpacedTicks(0xFFFFFFFFull - 5000);
+    CommandList list;
+    list.AppendListHead();
+    list.AppendWord(0x13010000);
+    list.AppendStatusWord();
+    list.AppendDataWord();
+    list.AppendDataWord();
+    list.AppendStatusWord();
+    transport->BeginRead(0, 32768, 2000);
+    ASSERT_TRUE(SendCommandList(*transport, list));
+    TransferResult r = transport->FinishRead(0);
+    ASSERT_TRUE(r.good());
+    StatusBlock before, after;
+    std::memcpy(&before, r.data, sizeof before);
+    std::memcpy(&after, r.data + 3 * 8192, sizeof after);
+    EXPECT_GT(before.runningTick, 0xFFFF0000u);
+    EXPECT_LT(after.runningTick, 20480u);  // wrapped
+    EXPECT_EQ(static_cast<uint32_t>(after.runningTick - before.runningTick), 2u * 2048 * 5);
+}
+
+TEST_F(SimFixture, PacedStreamNeverRunsAheadOfRealTime) {
+    // 128 blocks at 50 MS/s take 5.24 ms to sample.
+    CommandList list;
+    list.AppendListHead();
+    list.AppendWord(0x13010000);
+    for (int i = 0; i < 128; ++i) list.AppendDataWord();
+    const auto t0 = std::chrono::steady_clock::now();
+    transport->BeginRead(0, 1 << 20, 2);
+    ASSERT_TRUE(SendCommandList(*transport, list));
+    EXPECT_TRUE(transport->FinishRead(0).failed);  // too early: nothing is taken
+    transport->status = zrNoError;
+    transport->BeginRead(0, 1 << 20, 5000);
+    ASSERT_TRUE(transport->FinishRead(0).good());
+    EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::microseconds(5242));
+}
+
 TEST_F(SimFixture, StatusBlockCarriesIdentityTemperatureAndFlags) {
     inst->setFirmware(9, 4, 6);
     inst->setGpioInput(0xA5);
@@ -269,6 +307,49 @@ TEST_F(SimFixture, CablePullFailsReadsInFlightAndEverythingAfter) {
     EXPECT_EQ(zrSimAddTone(kSerial, 1e9, -10), zrDeviceNotFoundErr);
 }
 
+TEST_F(SimFixture, BuilderListsLandInTheModelsRegisters) {
+    inst->setStrictWords(true);
+    CommandList list;
+    list.AppendListHead();
+    list.AppendRegister(0x0034, 0);
+    std::vector<uint32_t> window(64 * 20);
+    for (size_t i = 0; i < window.size(); ++i) window[i] = 0x40000000u + static_cast<uint32_t>(i);
+    AppendWindowTable(list, window.data(), window.size());  // spans several blocks
+    std::vector<float> taps(126, 0.0f);
+    taps[62] = 1.0f;
+    taps[63] = 1.0f;
+    AppendIFFilter(list, 2, 0, taps.data(), false);
+    const uint8_t values[3] = {1, 2, 3};
+    const uint32_t durations[3] = {10, 20, 30};
+    AppendGPIOSwitching(list, true, values, durations, 3);
+    AppendCapture(list, 0x10, 4, zrTriggerTypeExternal, 100, 2);
+    std::vector<double> dec(159, 1.0);
+    AppendDecimationTaps(list, 3, dec.data());
+    AppendMesaWake(list);
+    AppendLOBias(list, 0.5f, 100.0f);
+    AppendStreamStart(list, 2, 0x0000000500000123ull, false);
+    list.AppendStatusWord();
+    ASSERT_GT(list.blockCount(), 3u);
+    transport->BeginRead(0, 8192, 2000);
+    ASSERT_TRUE(SendCommandList(*transport, list));
+    ASSERT_TRUE(transport->FinishRead(0).good());
+
+    EXPECT_EQ(inst->unknownWords(), 0u);
+    for (uint32_t i = 0; i < window.size(); ++i) ASSERT_EQ(inst->reg(0x2000 + i), window[i]) << i;
+    EXPECT_EQ(inst->reg(0x003C), 1u | 8u);
+    EXPECT_EQ(inst->reg(0x0040 + 16), 0xFFFFu);  // lanes 32 and 33
+    EXPECT_EQ(inst->reg(0x0200 + 2), 0x03C0001Eu);
+    EXPECT_EQ(inst->reg(0x0027), 0x40000063u);
+    EXPECT_EQ(inst->reg(0x0028), 2u);
+    EXPECT_EQ(inst->reg(0x0678 + 8), static_cast<uint32_t>(static_cast<int32_t>(1.0 / 159.0 * 0x40000)));
+    EXPECT_EQ(inst->reg(0x0034), 0x01000000u);
+    EXPECT_EQ(inst->reg(0x0022), 5u);
+    EXPECT_EQ(inst->reg(0x0023), 0x123u);
+    EXPECT_TRUE(inst->streaming());
+    EXPECT_EQ(inst->sampleRate(), 25e6);
+    EXPECT_EQ(inst->digitalTuneWord(), 0x123u);
+}
+
 TEST_F(SimFixture, TransportIdentityAndClose) {
     EXPECT_EQ(transport->GetDeviceType(), zrDeviceTypeMesa2);
     EXPECT_EQ(transport->deviceSerial, kSerial);
@@ -280,7 +361,7 @@ TEST_F(SimFixture, TransportIdentityAndClose) {
 
 TEST(SimInterface, ArgumentsAndSerialsAreChecked) {
     EXPECT_EQ(zrSimAttachUSB(zrDeviceTypeMesa3, 12345678), zrInvalidParameterErr);
-    EXPECT_EQ(zrSimAttachUSB(static_cast<ZrDeviceType>(17), 12345678), zrInvalidParameterErr);
+    EXPECT_EQ(zrSimAttachUSB(static_cast<ZrDeviceType>(7), 12345678), zrInvalidParameterErr);
     EXPECT_EQ(zrSimAttachUSB(zrDeviceTypeRidge2, 1234567), zrInvalidParameterErr);
     EXPECT_EQ(zrSimAttachUSB(zrDeviceTypeRidge2, 123456789), zrInvalidParameterErr);
     ASSERT_EQ(zrSimAttachUSB(zrDeviceTypeRidge2, 12345678), zrNoError);
