@@ -571,6 +571,18 @@ ZR_EXPORT ZrStatus zrSegIQLTEResample(float* input, int inputLen, float* output,
    steer the instrument's oscillator; changing it needs zrModeIdle. */
 ZR_EXPORT ZrStatus zrSetGPSTimebaseUpdate(int device, ZrBool enabled);
 ZR_EXPORT ZrStatus zrGetGPSTimebaseUpdate(int device, ZrBool* enabled);
+/* usingHoldover: the timebase cache is newer than the calibration's
+   timebase history (left as given when there is no cache file);
+   lastHoldoverTime: seconds since 1970 of the cached value, 0 if none. */
+ZR_EXPORT ZrStatus zrGetGPSHoldoverInfo(int device, ZrBool* usingHoldover, uint64_t* lastHoldoverTime);
+/* state: 0 no lock, 1 locked, 2 locked and disciplining the timebase.
+   Reads a fresh status in zrModeIdle. */
+ZR_EXPORT ZrStatus zrGetGPSState(int device, int* state);
+/* All pointers optional. nmeaLen: capacity of nmea in, bytes written with the
+   terminator out. Without a lock: zeros and zrGPSNotLockedErr. */
+ZR_EXPORT ZrStatus zrGetGPSInfo(int device, ZrBool refresh, ZrBool* updated, int64_t* secSinceEpoch,
+                                double* latitude, double* longitude, double* altitude, char* nmea,
+                                int* nmeaLen);
 /* Raw bytes for the GPS receiver, 1 to 1020, in zrModeIdle. */
 ZR_EXPORT ZrStatus zrWriteToGPS(int device, const uint8_t* data, int length);
 

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "gps/gps_status.h"
 #include "platform/clock.h"
 #include "transport/status_block.h"
 
@@ -103,8 +104,7 @@ void decodeStatus(ZrDevice& dev, const uint8_t* b, bool gpsFlag, bool skipGPS) {
     } else if (drift > kDriftRaise) {
         dev.tempDrift = 1;
     }
-    (void)gpsFlag;
-    (void)skipGPS;
+    decodeStatusGps(dev, b, gpsFlag, skipGPS, dev.corrections.GetTimebaseOffset());
 }
 
 bool sweepInProgress(const ZrDevice& dev) {

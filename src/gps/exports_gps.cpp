@@ -1,10 +1,29 @@
-// GPS exports that are complete without the status refresh of the device
-// services: the timebase update switch and messages to the receiver.
+// The GPS exports: the timebase update switch, the fix and state inquiries,
+// holdover from the timebase cache, and messages to the receiver.
 #include "api/frame.h"
+#include "api/services.h"
+#include "gps/gps_services.h"
 #include "gps/gps_status.h"
+#include "gps/timebase_file.h"
+#include "platform/data_folder.h"
 #include "transport/command_list.h"
+#include "zr_correction_def.h"
 
 using namespace zr;
+
+namespace {
+
+ZrStatus transportStatus(const ZrDevice& dev) { return static_cast<ZrStatus>(dev.transport->status); }
+
+// Newest date of the timebase history in the calibration in force.
+uint64_t timebaseHistoryDate(const ZrDevice& dev) {
+    const CorrectionSet& c = dev.corrections;
+    if (c.isRidge && c.ridge) return lastTimebaseHistoryDate(c.ridge->timebaseValue, c.ridge->timebaseDate);
+    if (!c.isRidge && c.mesa) return lastTimebaseHistoryDate(c.mesa->timebaseValue, c.mesa->timebaseDate);
+    return 0;
+}
+
+}  // namespace
 
 extern "C" {
 
@@ -12,11 +31,11 @@ ZR_EXPORT ZrStatus zrSetGPSTimebaseUpdate(int device, ZrBool enabled) {
     ZrDevice* dev = lookupDevice(device);
     if (!dev) return zrInvalidDeviceErr;
     if (!enumInRange(enabled, zrTrue)) return zrInvalidParameterErr;
-    if (dev->currentMode != zrModeIdle) return zrInvalidConfigurationErr;
+    if (!idleGate(*dev)) return zrInvalidConfigurationErr;
     if (dev->gpsTimebaseUpdate == static_cast<uint32_t>(enabled)) return zrNoError;
     dev->gpsTimebaseUpdate = static_cast<uint32_t>(enabled);
-    sendTimebaseReferenceWord(*dev);
-    return static_cast<ZrStatus>(dev->transport->status);
+    sendTimebaseWordAsIs(*dev);
+    return transportStatus(*dev);
 }
 
 ZR_EXPORT ZrStatus zrGetGPSTimebaseUpdate(int device, ZrBool* enabled) {
@@ -27,17 +46,52 @@ ZR_EXPORT ZrStatus zrGetGPSTimebaseUpdate(int device, ZrBool* enabled) {
     return zrNoError;
 }
 
+ZR_EXPORT ZrStatus zrGetGPSHoldoverInfo(int device, ZrBool* usingHoldover, uint64_t* lastHoldoverTime) {
+    ZrDevice* dev = lookupDevice(device);
+    if (!dev) return zrInvalidDeviceErr;
+    const uint64_t historyDate = usingHoldover ? timebaseHistoryDate(*dev) : 0;
+    gpsHoldoverInfo(*dev, historyDate, usingHoldover ? calFilesFolder() : std::string(), usingHoldover,
+                    lastHoldoverTime);
+    return zrNoError;
+}
+
+ZR_EXPORT ZrStatus zrGetGPSState(int device, int* state) {
+    ZrDevice* dev = lookupDevice(device);
+    if (!dev) return zrInvalidDeviceErr;
+    if (!state) return zrNullPtrErr;
+    ZrStatus result = zrNoError;
+    // GPS only moves when a status block arrives; in idle nothing else
+    // brings one.
+    if (dev->currentMode == zrModeIdle) {
+        refreshStatus(*dev);
+        result = transportStatus(*dev);
+    }
+    *state = gpsStateCode(*dev);
+    return result;
+}
+
+ZR_EXPORT ZrStatus zrGetGPSInfo(int device, ZrBool refresh, ZrBool* updated, int64_t* secSinceEpoch,
+                                double* latitude, double* longitude, double* altitude, char* nmea,
+                                int* nmeaLen) {
+    ZrDevice* dev = lookupDevice(device);
+    if (!dev) return zrInvalidDeviceErr;
+    if (!enumInRange(refresh, zrTrue)) return zrInvalidParameterErr;
+    // Slot 0 belongs to the data threads in the streaming modes.
+    if (refresh == zrTrue && dev->currentMode < zrModeRealTime && !sweepInProgress(*dev)) refreshStatus(*dev);
+    return deliverGpsInfo(*dev, updated, secSinceEpoch, latitude, longitude, altitude, nmea, nmeaLen);
+}
+
 ZR_EXPORT ZrStatus zrWriteToGPS(int device, const uint8_t* data, int length) {
     ZrDevice* dev = lookupDevice(device);
     if (!dev) return zrInvalidDeviceErr;
     if (!data) return zrNullPtrErr;
     // The receiver's message carries its word count in one byte.
     if (length <= 0 || length > kMaxGpsMessageBytes) return zrInvalidParameterErr;
-    if (dev->currentMode != zrModeIdle || !dev->allowsWriteToGPS()) return zrInvalidConfigurationErr;
+    if (!idleGate(*dev) || !dev->allowsWriteToGPS()) return zrInvalidConfigurationErr;
     CommandList list;
     AppendGPSMessage(list, data, length);
     SendCommandList(*dev->transport, list);
-    return static_cast<ZrStatus>(dev->transport->status);
+    return transportStatus(*dev);
 }
 
 }  // extern "C"

@@ -80,8 +80,8 @@ struct GpsReceiver {
     std::atomic<uint32_t> lastPulseTick{0xFFFFFFFFu};
     int64_t filteredPulseTick = 0;
     uint64_t lastRmcMs = 0;
-    uint32_t messageCount = 0;
-    uint32_t seenCount = 0;
+    std::atomic<uint32_t> messageCount{0};  // counted by the decoder, read by callers
+    uint32_t seenCount = 0;                 // under the lock
 
     // Guards the fix and the text, from `locked` to `nmeaLength`.
     mutable std::mutex lock;

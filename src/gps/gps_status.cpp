@@ -3,20 +3,16 @@
 #include <cstring>
 
 #include "api/device.h"
+#include "api/services.h"
 #include "gps/timebase_discipline.h"
 #include "gps/timebase_file.h"
 #include "platform/data_folder.h"
 #include "transport/command_list.h"
-#include "transport/status_block.h"
 
 namespace zr {
 
-GpsBlockView gpsBlockView(const StatusBlock& block) {
-    return gpsBlockViewFromBytes(reinterpret_cast<const uint8_t*>(&block));
-}
-
-void decodeStatusGps(ZrDevice& dev, const StatusBlock& block, bool gpsFlag, bool skipGPS, int timebaseOffset) {
-    const GpsBlockView view = gpsBlockView(block);
+void decodeStatusGps(ZrDevice& dev, const uint8_t* block, bool gpsFlag, bool skipGPS, int timebaseOffset) {
+    const GpsBlockView view = gpsBlockViewFromBytes(block);
     readTriggerRing(dev.gpsPulses, view);
     if (skipGPS) return;
     decodeGPS(dev.gps, view, gpsFlag);
@@ -24,17 +20,10 @@ void decodeStatusGps(ZrDevice& dev, const StatusBlock& block, bool gpsFlag, bool
         (void)writeTimebaseFile(calFilesFolder(), dev.serialNumber, dev.storedTimebase);
 }
 
-uint32_t timebaseReferenceWord(const ZrDevice& dev) {
-    uint32_t word = 0x4;
-    if (dev.referenceSource == 1) word |= 0x1;
-    if (dev.externalReference == 1) word |= 0x2;
-    if (dev.gpsTimebaseUpdate == 1) word |= 0x8;
-    return word | (static_cast<uint32_t>(dev.timebaseTuned) << 16);
-}
-
-bool sendTimebaseReferenceWord(ZrDevice& dev) {
+bool sendTimebaseWordAsIs(ZrDevice& dev) {
     CommandList list;
-    list.AppendRegister(0x002E, timebaseReferenceWord(dev));
+    list.AppendRegister(reg::kTimebase, timebaseWord(dev));
+    list.AppendWord(cmd::kPad);
     return SendCommandList(*dev.transport, list);
 }
 

@@ -10,23 +10,18 @@
 namespace zr {
 
 struct ZrDevice;
-struct StatusBlock;
 class CommandList;
 
-GpsBlockView gpsBlockView(const StatusBlock& block);
+// The GPS steps of status decoding, for a whole 8192-byte block whose magic
+// and status word the caller has already found good: the trigger ring;
+// then, unless skipGPS, the receiver with gpsFlag, and the discipline with
+// the calibration's present timebase offset. A new discipline value goes to
+// the timebase cache in the calibration folder; a failed write is ignored.
+void decodeStatusGps(ZrDevice& dev, const uint8_t* block, bool gpsFlag, bool skipGPS, int timebaseOffset);
 
-// The GPS steps of status decoding, for a block whose magic and status word
-// the caller has already found good: the trigger ring; then, unless skipGPS,
-// the receiver with gpsFlag, and the discipline with the calibration's
-// present timebase offset. A new discipline value goes to the timebase
-// cache in the calibration folder; a failed write is ignored.
-void decodeStatusGps(ZrDevice& dev, const StatusBlock& block, bool gpsFlag, bool skipGPS, int timebaseOffset);
-
-// Register 0x002E: reference selection, GPS update and the tune value, as
-// the device holds them now.
-uint32_t timebaseReferenceWord(const ZrDevice& dev);
-// Sends the word without recomputing the tune. False when the send failed.
-bool sendTimebaseReferenceWord(ZrDevice& dev);
+// Sends the timebase word of the device as it stands, without recomputing
+// the tune. False when the send failed.
+bool sendTimebaseWordAsIs(ZrDevice& dev);
 
 // Largest message for the receiver: the word count is one byte.
 constexpr int kMaxGpsMessageBytes = 255 * 4;

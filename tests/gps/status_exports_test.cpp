@@ -6,6 +6,7 @@
 #include <string>
 
 #include "api/frame.h"
+#include "api/services.h"
 #include "gps/gps_status.h"
 #include "gps/timebase_file.h"
 #include "gps_test_support.h"
@@ -50,12 +51,6 @@ public:
     int handle = -1;
 };
 
-StatusBlock toBlock(const StatusBytes& b) {
-    StatusBlock block;
-    std::memcpy(&block, b.data(), sizeof block);
-    return block;
-}
-
 std::string rmcText(const char* hhmmss) {
     return nmea(std::string("GPRMC,") + hhmmss + ",A,4807.038,N,01131.000,E,0.1,0.0,221126,,,A");
 }
@@ -65,7 +60,7 @@ std::string rmcText(const char* hhmmss) {
 // ---------------------------------------------------------------------------
 // Status decoding
 
-TEST(GpsStatusDecode, RingReceiverAndDisciplineRunFromAStatusBlock) {
+TEST(GpsStatusDecode, TheStatusDecoderRunsRingReceiverAndDiscipline) {
     zr::test::TempFolder tmp;
     ASSERT_TRUE(setAppDataFolder(tmp.str()));
     ScriptedDevice sd;
@@ -74,31 +69,40 @@ TEST(GpsStatusDecode, RingReceiverAndDisciplineRunFromAStatusBlock) {
     dev.gps.clock = &clock;
     dev.gpsTimebaseUpdate = 1;
     dev.timebaseTuned = 0x8000;
+    const int offset = dev.corrections.GetTimebaseOffset();
 
     StatusBytes b;
     b.pulseTick(1000).statusTick(1000).runningTick(1000).ringWrite(3).finishedText(0, rmcText("120000"));
-    decodeStatusGps(dev, toBlock(b), true, false, 4);
+    b.u16(34, 0x8000);
+    decodeStatus(dev, b.data(), true, false);
     EXPECT_EQ(dev.gpsPulses.readIndex, 3);
     EXPECT_EQ(dev.gps.locked, 0);
 
     clock.advanceMs(1000);
     b.pulseTick(1000 + 250000000u).statusTick(1000 + 250000000u).finishedText(1, rmcText("120001"));
     b.ringEntry(3, 1500).ringWrite(4);
-    dev.tuneReported = 0x8000 + 20;
-    decodeStatusGps(dev, toBlock(b), true, false, 4);
+    b.u16(34, 0x8000 + 20);  // the tune the instrument reports
+    decodeStatus(dev, b.data(), true, false);
     EXPECT_EQ(dev.gpsPulses.count, 1u);
     EXPECT_EQ(dev.gpsPulses.entries[0], 500u);
     ASSERT_EQ(dev.gps.locked, 1);
     EXPECT_EQ(dev.gps.timestamp, 1795305600ll + 12 * 3600 + 2);
     EXPECT_EQ(dev.timebaseTuned, 0x8000 + 20);
-    EXPECT_EQ(dev.coarseTune, 0x8000 + 16);
+    EXPECT_EQ(dev.coarseTune, static_cast<uint16_t>(0x8000 + 20 - offset));
 
     // The new value is in the cache file beside the calibration images.
     StoredTimebase onDisk;
     ASSERT_TRUE(readTimebaseFile(calFilesFolder(), 24681357, onDisk));
-    EXPECT_EQ(onDisk.tune, 0x8000 + 16);
+    EXPECT_EQ(onDisk.tune, dev.coarseTune);
     EXPECT_EQ(onDisk.timeSeconds, clock.ns / 1000000000);
     EXPECT_EQ(std::filesystem::file_size(tmp.path() / "cal_files" / "zr24681357gps.bin"), 64u);
+
+    // A block with a bad magic reaches neither the ring nor the receiver.
+    StatusBytes bad = b;
+    bad.magic(0).ringWrite(100).pulseTick(7);
+    decodeStatus(dev, bad.data(), true, false);
+    EXPECT_EQ(dev.gpsPulses.readIndex, 4);
+    EXPECT_EQ(dev.gps.lastPulseTick, 1000 + 250000000u);
 }
 
 TEST(GpsStatusDecode, SkipGpsReadsOnlyTheTriggerRing) {
@@ -108,7 +112,7 @@ TEST(GpsStatusDecode, SkipGpsReadsOnlyTheTriggerRing) {
     dev.gps.clock = &clock;
     StatusBytes b;
     b.pulseTick(1000).statusTick(1000).runningTick(1000).ringWrite(9);
-    decodeStatusGps(dev, toBlock(b), true, true, 0);
+    decodeStatusGps(dev, b.data(), true, true, 0);
     EXPECT_EQ(dev.gpsPulses.readIndex, 9);
     EXPECT_EQ(dev.gps.lastPulseTick, 0xFFFFFFFFu);
     EXPECT_EQ(dev.gps.statusTime, 0);
@@ -116,20 +120,6 @@ TEST(GpsStatusDecode, SkipGpsReadsOnlyTheTriggerRing) {
 
 // ---------------------------------------------------------------------------
 // Words sent
-
-TEST(GpsWords, TimebaseReferenceWordCarriesSelectionUpdateAndTune) {
-    ScriptedDevice sd;
-    ZrDevice& dev = *sd.dev;
-    dev.timebaseTuned = 0x8123;
-    EXPECT_EQ(timebaseReferenceWord(dev), 0x81230004u);
-    dev.referenceSource = 1;
-    EXPECT_EQ(timebaseReferenceWord(dev), 0x81230005u);
-    dev.externalReference = 1;
-    dev.gpsTimebaseUpdate = 1;
-    EXPECT_EQ(timebaseReferenceWord(dev), 0x8123000Fu);
-    dev.referenceSource = 2;  // only the value 1 selects
-    EXPECT_EQ(timebaseReferenceWord(dev), 0x8123000Eu);
-}
 
 TEST(GpsWords, MessageIsPackedFourBytesToAWordAndPaddedWithZeros) {
     CommandList list;
@@ -214,4 +204,112 @@ TEST(GpsExports, WriteToGpsChecksArgumentsModeAndFirmwareThenSendsOneList) {
 
     EXPECT_EQ(zrWriteToGPS(sd.handle, big, kMaxGpsMessageBytes), zrNoError);
     EXPECT_EQ(sd.transport->writtenWord(1, 0), 0x04FF01C0u);
+}
+
+TEST(GpsExports, StateRefreshesOnlyInIdleAndReportsTheLink) {
+    ScriptedDevice sd;
+    ZrDevice& dev = *sd.dev;
+    int state = -1;
+    EXPECT_EQ(zrGetGPSState(42, &state), zrInvalidDeviceErr);
+    EXPECT_EQ(zrGetGPSState(sd.handle, nullptr), zrNullPtrErr);
+
+    // Idle: one status read. The script answers with a block that has the
+    // magic only, which the decoder takes as "no status yet".
+    sd.transport->reads.push_back({false, 0, StatusBlock::kMagic});
+    EXPECT_EQ(zrGetGPSState(sd.handle, &state), zrNoError);
+    EXPECT_EQ(sd.transport->finishReads, 1);
+    EXPECT_EQ(state, 0);
+
+    // In a mode the data path keeps the status fresh: no read, and 0.
+    dev.currentMode = zrModeIQStreaming;
+    dev.gps.locked = 1;
+    dev.transport->status = zrConnectionLostErr;
+    EXPECT_EQ(zrGetGPSState(sd.handle, &state), zrNoError);
+    EXPECT_EQ(sd.transport->finishReads, 1);
+    EXPECT_EQ(state, 1);
+    dev.timebaseDisciplined = 1;
+    EXPECT_EQ(zrGetGPSState(sd.handle, &state), zrNoError);
+    EXPECT_EQ(state, 2);
+
+    // Idle with a lost link: the read fails, the status says so.
+    dev.currentMode = zrModeIdle;
+    EXPECT_EQ(zrGetGPSState(sd.handle, &state), zrConnectionLostErr);
+    EXPECT_EQ(sd.transport->finishReads, 2);
+    EXPECT_EQ(dev.statusBlockInvalid, 1);
+}
+
+TEST(GpsExports, InfoRefreshesOnlyWhenAskedAndSlotZeroIsFree) {
+    ScriptedDevice sd;
+    ZrDevice& dev = *sd.dev;
+    EXPECT_EQ(zrGetGPSInfo(-2, zrFalse, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+              zrInvalidDeviceErr);
+    EXPECT_EQ(zrGetGPSInfo(sd.handle, static_cast<ZrBool>(2), nullptr, nullptr, nullptr, nullptr, nullptr,
+                           nullptr, nullptr),
+              zrInvalidParameterErr);
+
+    struct Case { ZrMode mode; ZrBool refresh; int reads; };
+    const Case cases[] = {{zrModeIdle, zrFalse, 0}, {zrModeIdle, zrTrue, 1}, {zrModeSweeping, zrTrue, 1},
+                          {zrModeRealTime, zrTrue, 0}, {zrModeIQStreaming, zrTrue, 0}};
+    for (const Case& c : cases) {
+        const int before = sd.transport->finishReads;
+        sd.transport->reads.push_back({false, 0, StatusBlock::kMagic});
+        dev.currentMode = c.mode;
+        int64_t secs = 9;
+        EXPECT_EQ(zrGetGPSInfo(sd.handle, c.refresh, nullptr, &secs, nullptr, nullptr, nullptr, nullptr, nullptr),
+                  zrGPSNotLockedErr);
+        EXPECT_EQ(secs, 0);
+        EXPECT_EQ(sd.transport->finishReads - before, c.reads) << c.mode << " " << c.refresh;
+        sd.transport->reads.clear();
+    }
+
+    // Locked: the fix and the transport's status.
+    dev.currentMode = zrModeIdle;
+    {
+        std::lock_guard<std::mutex> g(dev.gps.lock);
+        dev.gps.locked = 1;
+        dev.gps.timestamp = 1795350920;
+        dev.gps.latitude = 48.5;
+    }
+    int64_t secs = 0;
+    double lat = 0;
+    EXPECT_EQ(zrGetGPSInfo(sd.handle, zrFalse, nullptr, &secs, &lat, nullptr, nullptr, nullptr, nullptr), zrNoError);
+    EXPECT_EQ(secs, 1795350920);
+    EXPECT_EQ(lat, 48.5);
+}
+
+TEST(GpsExports, HoldoverComparesTheCacheWithTheCalibrationHistory) {
+    zr::test::TempFolder tmp;
+    ASSERT_TRUE(setAppDataFolder(tmp.str()));
+    ScriptedDevice sd;
+    ZrDevice& dev = *sd.dev;
+    EXPECT_EQ(zrGetGPSHoldoverInfo(-1, nullptr, nullptr), zrInvalidDeviceErr);
+
+    ZrBool using_ = static_cast<ZrBool>(5);
+    uint64_t last = 7;
+    EXPECT_EQ(zrGetGPSHoldoverInfo(sd.handle, &using_, &last), zrNoError);
+    EXPECT_EQ(using_, static_cast<ZrBool>(5)) << "no cache file: left as given";
+    EXPECT_EQ(last, 0u);
+    EXPECT_EQ(zrGetGPSHoldoverInfo(sd.handle, nullptr, nullptr), zrNoError);
+
+    // A history in the Mesa image in force, newest entry dated 5000.
+    ASSERT_FALSE(dev.corrections.isRidge);
+    dev.corrections.mesa->timebaseValue[0] = 0x8000;
+    dev.corrections.mesa->timebaseDate[0] = 4000;
+    dev.corrections.mesa->timebaseValue[1] = 0x8004;
+    dev.corrections.mesa->timebaseDate[1] = 5000;
+
+    StoredTimebase w;
+    w.timeSeconds = 5000;
+    w.tune = 0x8010;
+    ASSERT_TRUE(writeTimebaseFile(calFilesFolder(), 24681357, w));
+    EXPECT_EQ(zrGetGPSHoldoverInfo(sd.handle, &using_, &last), zrNoError);
+    EXPECT_EQ(using_, zrFalse);
+    EXPECT_EQ(last, 5000u);
+
+    w.timeSeconds = 5001;
+    ASSERT_TRUE(writeTimebaseFile(calFilesFolder(), 24681357, w));
+    EXPECT_EQ(zrGetGPSHoldoverInfo(sd.handle, &using_, &last), zrNoError);
+    EXPECT_EQ(using_, zrTrue);
+    EXPECT_EQ(last, 5001u);
+    EXPECT_EQ(dev.storedTimebase.tune, 0x8010);
 }
