@@ -5,5 +5,6 @@
 // through zrSimUSBBus, which it looks up weakly, so the same transport code
 // drives real and simulated instruments.
 #include "transport/usb_bus.h"
+#include "zr_api.h"
 
-extern "C" zr::UsbBus* zrSimUSBBus(void);
+extern "C" ZR_EXPORT zr::UsbBus* zrSimUSBBus(void);

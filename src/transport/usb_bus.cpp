@@ -6,7 +6,7 @@
 // A simulator library in the process publishes its bus under this name. The
 // reference is weak: without a simulator it stays null and only the
 // machine's bus and explicitly registered ones are walked.
-extern "C" zr::UsbBus* zrSimUSBBus(void) __attribute__((weak));
+extern "C" zr::UsbBus* zrSimUSBBus(void) __attribute__((weak, visibility("default")));
 
 namespace zr {
 
