@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "api/services.h"
 #include "calibration/load_usb.h"
 #include "platform/data_folder.h"
 #include "registry.h"
@@ -252,4 +253,34 @@ TEST_F(SimBus, PresetSerialResetsOnlyAnInstrumentThatIsThere) {
     EXPECT_EQ(zrPresetSerial(42000100), zrNoError);
     EXPECT_FALSE(inst->running());
     EXPECT_EQ(zrPresetSerial(42000199), zrDeviceNotFoundErr);
+}
+
+TEST_F(SimBus, TemperaturesAndDiagnosticsReadBackWhatTheInstrumentReports) {
+    plug(zrDeviceTypeMesa2, 42000200);
+    ASSERT_EQ(BootToRun(42000200), zrNoError);
+    ZrDevice dev(open(42000200));
+    ASSERT_TRUE(dev.transport);
+    for (float celsius : {25.0f, -12.25f, 61.5f}) {
+        ASSERT_EQ(zrSimSetTemperature(42000200, celsius), zrNoError);
+        refreshStatus(dev);
+        EXPECT_EQ(dev.statusBlockInvalid, 0);
+        EXPECT_FLOAT_EQ(dev.diagnostics[8], celsius);  // the calibration sensor
+        // The FPGA sensor has a coarser code: within one step of 0.68 degC.
+        EXPECT_NEAR(dev.diagnostics[4], celsius, 0.7);
+    }
+    EXPECT_NEAR(dev.diagnostics[0], 12.0, 0.02);
+    EXPECT_EQ(dev.transport->status, zrNoError);
+
+    // A step beyond 4 degC from the configured point raises the drift
+    // warning; coming back within 3 degC clears it.
+    dev.configureTemperature = 40.0f;
+    zrSimSetTemperature(42000200, 44.5f);
+    refreshStatus(dev);
+    EXPECT_EQ(dev.tempDrift, 1);
+    zrSimSetTemperature(42000200, 43.25f);
+    refreshStatus(dev);
+    EXPECT_EQ(dev.tempDrift, 1);
+    zrSimSetTemperature(42000200, 42.75f);
+    refreshStatus(dev);
+    EXPECT_EQ(dev.tempDrift, 0);
 }
