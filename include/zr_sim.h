@@ -29,6 +29,12 @@ ZR_EXPORT ZrStatus zrSimAddTone(int serial, double freqHz, double powerDbm);
 ZR_EXPORT ZrStatus zrSimClearSignals(int serial);
 ZR_EXPORT ZrStatus zrSimSetNoiseFloor(int serial, double dbmPerHz);
 ZR_EXPORT ZrStatus zrSimSetTemperature(int serial, float celsius);
+/* The instrument's GPS receiver. Locked: a pulse each second and RMC/GGA
+ * sentences with this position; unlocked: the sentences say "V" (no fix).
+ * Latitude north positive, longitude east positive, degrees; altitude m. */
+ZR_EXPORT ZrStatus zrSimSetGPS(int serial, ZrBool locked, double latitude, double longitude, double altitude);
+/* Silent: the receiver stops answering; no pulses, no new text. */
+ZR_EXPORT ZrStatus zrSimSetGPSSilent(int serial, ZrBool silent);
 /* Process-wide: multiplies the protocol's fixed waits (resets, boots,
  * flash); 1.0 by default. Transfer time-outs are not affected. */
 ZR_EXPORT ZrStatus zrSimSetWaitScale(double factor);

@@ -120,6 +120,14 @@ public:
     void setFirmware(uint32_t revision, uint16_t minor, uint16_t major);
     void setGpioInput(uint8_t value);
     void setPpsValid(bool valid);
+    // The GPS receiver. Locked: a pulse every second with the valid flag and
+    // RMC/GGA text for the previous second in the finished text half.
+    // Unlocked: pulses go on, the text says "V". Silent: neither pulses nor
+    // text move (no receiver answering).
+    void setGps(bool locked, double latitude, double longitude, double altitude);
+    void setGpsSilent(bool silent);
+    // The instrument's UTC, in ns since 1970, at a 64-bit device tick.
+    int64_t utcNsAtTick(uint64_t tick) const;
     void setBootVersion(uint32_t version);
     void setFpgaLoadFails(bool fails);  // the FPGA load poll answers 0
 
@@ -252,6 +260,13 @@ private:
     bool detached_ = false;
     uint32_t bootVersion_ = 2;
     bool running_ = true;
+    // GPS receiver. Device tick 0 falls on a whole UTC second.
+    int64_t utcSecondsAtTickZero_ = 0;
+    bool gpsLocked_ = false;
+    bool gpsSilent_ = false;
+    uint64_t gpsFrozenPulse_ = 0;  // pulse index at which the receiver fell silent
+    double gpsLatitude_ = 0.0, gpsLongitude_ = 0.0, gpsAltitude_ = 0.0;
+    void renderGps(const Reply& r, uint8_t* p);
     bool fpgaLoadFails_ = false;
     std::map<uint32_t, std::array<uint8_t, 1024>> flash_;  // NOR pages, absent = erased
 };

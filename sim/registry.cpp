@@ -110,6 +110,23 @@ ZrStatus zrSimSetTemperature(int serial, float celsius) {
     return withInstrument(serial, [&](zr::sim::Instrument& i) { i.setTemperature(celsius); });
 }
 
+ZrStatus zrSimSetGPS(int serial, ZrBool locked, double latitude, double longitude, double altitude) {
+    int raw;
+    std::memcpy(&raw, &locked, sizeof raw);
+    if (raw != zrFalse && raw != zrTrue) return zrInvalidParameterErr;
+    if (!std::isfinite(latitude) || !std::isfinite(longitude) || !std::isfinite(altitude) ||
+        std::fabs(latitude) > 90.0 || std::fabs(longitude) > 180.0)
+        return zrInvalidParameterErr;
+    return withInstrument(serial, [&](zr::sim::Instrument& i) { i.setGps(raw == zrTrue, latitude, longitude, altitude); });
+}
+
+ZrStatus zrSimSetGPSSilent(int serial, ZrBool silent) {
+    int raw;
+    std::memcpy(&raw, &silent, sizeof raw);
+    if (raw != zrFalse && raw != zrTrue) return zrInvalidParameterErr;
+    return withInstrument(serial, [&](zr::sim::Instrument& i) { i.setGpsSilent(raw == zrTrue); });
+}
+
 ZrStatus zrSimSetWaitScale(double factor) {
     if (!std::isfinite(factor) || factor < 0.0) return zrInvalidParameterErr;
     zr::sim::waitScale.store(factor);

@@ -7,8 +7,11 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
+#include "api/frame.h"
 #include "api/services.h"
+#include "gps/host_clock.h"
 #include "calibration/load_usb.h"
 #include "platform/data_folder.h"
 #include "registry.h"
@@ -283,4 +286,72 @@ TEST_F(SimBus, TemperaturesAndDiagnosticsReadBackWhatTheInstrumentReports) {
     zrSimSetTemperature(42000200, 42.75f);
     refreshStatus(dev);
     EXPECT_EQ(dev.tempDrift, 0);
+}
+
+namespace {
+// Real wall time; a monotonic count the test can move forward.
+struct SteerableClock : HostClock {
+    std::atomic<uint64_t> extraMs{0};
+    int64_t systemTimeNs() const override { return systemHostClock().systemTimeNs(); }
+    uint64_t monotonicMs() const override { return systemHostClock().monotonicMs() + extraMs.load(); }
+};
+}  // namespace
+
+TEST_F(SimBus, GpsFixAndTimeFromTheInstrumentsReceiver) {
+    auto inst = plug(zrDeviceTypeMesa2, 42000300);
+    ASSERT_EQ(zrSimSetGPS(42000300, zrTrue, 48.1173, -11.5167, 545.4), zrNoError);
+    ASSERT_EQ(BootToRun(42000300), zrNoError);
+    ZrDevice dev(open(42000300));
+    SteerableClock clock;
+    dev.gps.clock = &clock;
+    const int handle = firstFreeHandle();
+    ASSERT_GE(handle, 0);
+    deviceTable[handle] = &dev;
+
+    // The first pulse comes within a second of the instrument starting.
+    const auto deadline = std::chrono::steady_clock::now() + 5s;
+    while (!dev.gps.locked && std::chrono::steady_clock::now() < deadline) {
+        refreshStatus(dev);
+        std::this_thread::sleep_for(50ms);
+    }
+    ASSERT_TRUE(dev.gps.locked);
+    refreshStatus(dev);
+    ZrBool updated;
+    int64_t seconds = 0;
+    double lat = 0, lon = 0, alt = 0;
+    ASSERT_EQ(zrGetGPSInfo(handle, zrFalse, &updated, &seconds, &lat, &lon, &alt, nullptr, nullptr), zrNoError);
+    EXPECT_NEAR(lat, 48.1173, 1e-6);
+    EXPECT_NEAR(lon, -11.5167, 1e-6);
+    EXPECT_NEAR(alt, 545.4, 1e-9);
+    // The status time is the instrument's own UTC at its status tick.
+    const int64_t expected = inst->utcNsAtTick(dev.gps.lastStatusTick);
+    EXPECT_LE(std::llabs(dev.gps.statusTime.load() - expected), 1000) << dev.gps.statusTime.load() - expected;
+    EXPECT_EQ(seconds, dev.gps.pulseTime.load() / 1000000000);
+
+    // A silent receiver is given up after 5 s without a valid sentence.
+    ASSERT_EQ(zrSimSetGPSSilent(42000300, zrTrue), zrNoError);
+    refreshStatus(dev);
+    EXPECT_TRUE(dev.gps.locked);
+    clock.extraMs = 5001;
+    refreshStatus(dev);
+    EXPECT_FALSE(dev.gps.locked);
+    EXPECT_EQ(zrGetGPSInfo(handle, zrFalse, &updated, &seconds, &lat, &lon, &alt, nullptr, nullptr),
+              zrGPSNotLockedErr);
+
+    // A receiver that reports no fix ("V") unlocks at its next pulse.
+    ASSERT_EQ(zrSimSetGPS(42000300, zrTrue, 10.0, 20.0, 30.0), zrNoError);
+    const auto relock = std::chrono::steady_clock::now() + 5s;
+    while (!dev.gps.locked && std::chrono::steady_clock::now() < relock) {
+        refreshStatus(dev);
+        std::this_thread::sleep_for(50ms);
+    }
+    ASSERT_TRUE(dev.gps.locked);
+    ASSERT_EQ(zrSimSetGPS(42000300, zrFalse, 0, 0, 0), zrNoError);
+    const auto unlock = std::chrono::steady_clock::now() + 5s;
+    while (dev.gps.locked && std::chrono::steady_clock::now() < unlock) {
+        refreshStatus(dev);
+        std::this_thread::sleep_for(50ms);
+    }
+    EXPECT_FALSE(dev.gps.locked);
+    deviceTable[handle] = nullptr;
 }
