@@ -559,6 +559,9 @@ ZR_EXPORT ZrStatus zrGetSFPDiagnostics(int device, float* temperature, float* vo
 /* degC, held to 10..90 silently */
 ZR_EXPORT ZrStatus zrSetFanThreshold(int device, int celsius);
 ZR_EXPORT ZrStatus zrGetFanThreshold(int device, int* celsius);
+/* Seconds since 1970 of the newest of the calibration and timebase entries
+ * in use; 0xFFFFFFFF for an instrument without corrections. */
+ZR_EXPORT ZrStatus zrGetCalDate(int device, uint64_t* seconds);
 
 /* ---- Signal processing without a device ---------------------------------- */
 /* Resamples complex f32 capture data from 250 MS/s to 245.76 MS/s. inputLen

@@ -281,6 +281,15 @@ ZR_EXPORT ZrStatus zrSetFanThreshold(int device, int celsius) {
     });
 }
 
+ZR_EXPORT ZrStatus zrGetCalDate(int device, uint64_t* seconds) {
+    return withDevice(device, [&](ZrDevice& d) {
+        if (!seconds) return zrNullPtrErr;
+        // The later of the calibration date and the timebase history in use.
+        *seconds = d.corrections.CalDate();
+        return zrNoError;
+    });
+}
+
 ZR_EXPORT ZrStatus zrGetFanThreshold(int device, int* celsius) {
     return withDevice(device, [&](ZrDevice& d) {
         if (!celsius) return zrNullPtrErr;

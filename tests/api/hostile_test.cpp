@@ -69,6 +69,7 @@ std::vector<Export> handleExports() {
         {"zrGetSFPDiagnostics", [](int h) { return zrGetSFPDiagnostics(h, &g_f[0], &g_f[1], &g_f[2], &g_f[3]); }},
         {"zrSetFanThreshold", [](int h) { return zrSetFanThreshold(h, 40); }},
         {"zrGetFanThreshold", [](int h) { return zrGetFanThreshold(h, &g_i[0]); }},
+        {"zrGetCalDate", [](int h) { uint64_t s; return zrGetCalDate(h, &s); }},
         {"zrSetGPSTimebaseUpdate", [](int h) { return zrSetGPSTimebaseUpdate(h, zrTrue); }},
         {"zrGetGPSTimebaseUpdate", [](int h) { ZrBool b; return zrGetGPSTimebaseUpdate(h, &b); }},
         {"zrGetGPSHoldoverInfo", [](int h) { ZrBool b; uint64_t t; return zrGetGPSHoldoverInfo(h, &b, &t); }},

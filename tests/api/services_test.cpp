@@ -297,3 +297,23 @@ TEST(Services, TimebaseWordBits) {
     dev.timebaseTuned = 0x8123;
     EXPECT_EQ(timebaseWord(dev), 0x8123000Fu);
 }
+
+#include "support/cal_images.h"
+
+TEST(Services, CalDateIsTheNewestOfCalibrationAndTimebaseHistory) {
+    InstalledDevice d(zrDeviceTypeMesa2);
+    uint64_t seconds = 0;
+    EXPECT_EQ(zrGetCalDate(d.handle(), nullptr), zrNullPtrErr);
+    EXPECT_EQ(zrGetCalDate(d.handle(), &seconds), zrNoError);
+    EXPECT_EQ(seconds, 0xFFFFFFFFu);  // nothing stored
+    auto image = test::makeMesaImage();
+    d.device().corrections.LoadCorrections(*image);
+    EXPECT_EQ(zrGetCalDate(d.handle(), &seconds), zrNoError);
+    EXPECT_EQ(seconds, image->calDate);  // the history in the test image is older
+    image->timebaseDate[2] = image->calDate + 500;
+    image->timebaseDate[3] = image->calDate + 900;  // behind the end of the history: not in use
+    image->timebaseValue[3] = 0xFFFF;
+    d.device().corrections.LoadCorrections(*image);
+    EXPECT_EQ(zrGetCalDate(d.handle(), &seconds), zrNoError);
+    EXPECT_EQ(seconds, image->calDate + 500u);
+}
