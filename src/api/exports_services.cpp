@@ -27,6 +27,16 @@ ZrStatus sendRegister(ZrDevice& d, uint32_t address, uint32_t value) {
     return sendList(d, list);
 }
 
+// The reference selectors live in the timebase word; a change resends it
+// with the tune as it stands.
+ZrStatus setTimebaseSelector(ZrDevice& d, uint32_t& field, int value) {
+    if (!enumInRange(value, 1)) return zrInvalidParameterErr;
+    if (!idleGate(d)) return zrInvalidConfigurationErr;
+    if (static_cast<uint32_t>(value) == field) return zrNoError;
+    field = static_cast<uint32_t>(value);
+    return sendRegister(d, reg::kTimebase, timebaseWord(d));
+}
+
 constexpr int kMaxGpioEntries = 64;
 constexpr int32_t kMaxSwitchDuration = 0x3FFFFE;
 
@@ -199,13 +209,7 @@ ZR_EXPORT ZrStatus zrSetGPIOSwitchingDisabled(int device) {
 }
 
 ZR_EXPORT ZrStatus zrSetReference(int device, int value) {
-    return withDevice(device, [&](ZrDevice& d) {
-        if (!enumInRange(value, 1)) return zrInvalidParameterErr;
-        if (!idleGate(d)) return zrInvalidConfigurationErr;
-        if (static_cast<uint32_t>(value) == d.referenceSource) return zrNoError;
-        d.referenceSource = static_cast<uint32_t>(value);
-        return sendRegister(d, reg::kTimebase, timebaseWord(d));
-    });
+    return withDevice(device, [&](ZrDevice& d) { return setTimebaseSelector(d, d.referenceSource, value); });
 }
 
 ZR_EXPORT ZrStatus zrGetReference(int device, int* value) {
@@ -217,13 +221,7 @@ ZR_EXPORT ZrStatus zrGetReference(int device, int* value) {
 }
 
 ZR_EXPORT ZrStatus zrSetExternalReference(int device, int value) {
-    return withDevice(device, [&](ZrDevice& d) {
-        if (!enumInRange(value, 1)) return zrInvalidParameterErr;
-        if (!idleGate(d)) return zrInvalidConfigurationErr;
-        if (static_cast<uint32_t>(value) == d.externalReference) return zrNoError;
-        d.externalReference = static_cast<uint32_t>(value);
-        return sendRegister(d, reg::kTimebase, timebaseWord(d));
-    });
+    return withDevice(device, [&](ZrDevice& d) { return setTimebaseSelector(d, d.externalReference, value); });
 }
 
 ZR_EXPORT ZrStatus zrGetExternalReference(int device, int* value) {
