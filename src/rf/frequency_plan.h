@@ -230,4 +230,19 @@ void appendRidgeWake(Words& out);
 // Returns whether words were added.
 bool appendRidgeWakeIfPending(Words& out, RidgeRfState& state);
 
+// ---------------------------------------------------------------------------
+// Word groups of the calibration service
+
+// Picks the LO chip table at Ridge start-up; process-wide, off at load.
+void setRidgeLoCalMode(bool on);
+bool ridgeLoCalMode();
+
+// Mesa LO calibration step (sub-band in step / 256, code step % 256):
+// returns -5 for a step of 1024 or more, else 0.
+int appendMesaCalLOStep(Words& out, int step);
+// Ridge LO chip set directly for a calibration step.
+void appendRidgeLOForCal(Words& out, int step);
+// Ridge LO on the 39.0625 MHz grid from 6.015625 GHz for gain calibration.
+void appendRidgeGainCalLOStep(Words& out, const RidgeRfState& state, int step);
+
 }  // namespace zr::rf
