@@ -58,6 +58,10 @@ bool preselectorAutomatic();
 // Highest frequency at which a plan may switch the preselector in.
 constexpr double kPreselectMaxHz = 6.45e8;
 
+// Whether a plan puts the preselector in the path: the setting is on and
+// the frequency is at or below the preselector's top.
+inline bool preselectorInPath(bool setting, double freq) { return setting && freq <= kPreselectMaxHz; }
+
 int selectPreselectFilter(double freq, int slice);
 
 // Coverage of a sweep slice: lo and hi in 1/32 of the captured band.

@@ -73,6 +73,16 @@ private:
     const Set& set_;
 };
 
+// The RF state a device keeps: both families' planners, one in use.
+struct RfState {
+    MesaRfState mesa;
+    RidgeRfState ridge;
+};
+
+// The one way in for the modes: appends the family's words and sets the
+// request's band and sub-band.
+void tune(RfState& rf, bool ridge, const RfCalibration& cal, CommandList& list, TuneRequest& req);
+
 // List forms of the tunes and fixed lists.
 void tune(CommandList& list, const MesaRfState& state, const RfCalibration& cal, TuneRequest& req);
 void tune(CommandList& list, RidgeRfState& state, const RfCalibration& cal, TuneRequest& req);

@@ -59,6 +59,24 @@ TEST(ListGlue, TuneIntoListMatchesWords) {
     EXPECT_FALSE(appendRidgeWakeIfPending(wake, ridge));
 }
 
+TEST(ListGlue, DeviceTuneDispatchesByFamily) {
+    resetRidgeMixModeMemory();
+    auto rf = std::make_unique<RfState>();
+    NoRfCalibration cal;
+    TuneRequest m;
+    m.rfFreq = 1e10;
+    m.loFreq = 1.0039e10;
+    TuneRequest r = m;
+    CommandList ml, rl;
+    tune(*rf, false, cal, ml, m);
+    tune(*rf, true, cal, rl, r);
+    EXPECT_EQ(m.band, 2);  // Mesa: LO above 6.2e9
+    EXPECT_EQ(r.band, 3);  // Ridge: LO above 6.2e9 is band 3
+    EXPECT_EQ(ml.wordAt(0), 0x04040150u);  // Mesa path words first
+    EXPECT_EQ(rl.wordAt(0), 0x04070120u);  // Ridge LO chip words first
+    EXPECT_EQ(rf->ridge.band, 3);
+}
+
 TEST(ImageGlue, CbbColumnsReplaceTheLoTable) {
     auto image = std::make_unique<RidgeCalData>();
     std::memset(image.get(), 0xFF, sizeof(RidgeCalData));
