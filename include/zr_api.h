@@ -487,6 +487,83 @@ ZR_EXPORT void zrCalPropagateSingleTempCalRidge(RidgeCalData* image, int from, i
  * filter number leaves the outputs untouched; null outputs are skipped. */
 ZR_EXPORT void zrCalGetPreselectFilterInfo(int filter, double* start, double* stop, double* step);
 
+/* ------------------------------------------------------------------------
+ * Device services outside the measurement modes. Calls that send to the
+ * instrument answer its transport status: zrConnectionLostErr once a
+ * transfer has failed. Port and power calls need idle, or sweeping with no
+ * sweep in flight; reference and fan calls need idle.
+ * ---------------------------------------------------------------------- */
+
+/* zrGetFullDeviceDiagnostics: supply and temperatures of the last status. */
+typedef struct ZrDeviceDiagnostics {
+    float voltage;       /* V */
+    float currentInput;  /* A */
+    float currentB;
+    float currentC;
+    float tempFPGA;      /* degC */
+    float tempSensorD;
+    float tempSensorE;
+    float tempSensorC;
+    float tempCal;       /* the temperature corrections and drift work from */
+    float tempSensorA;
+} ZrDeviceDiagnostics;
+
+/* One entry of the port table a sweep walks: from `frequency` on, the GPIO
+ * port shows `mask`. */
+typedef struct ZrGPIOStep {
+    double frequency;   /* Hz */
+    uint8_t mask;
+    uint8_t reserved[7];
+} ZrGPIOStep;
+
+ZR_EXPORT ZrStatus zrSetPowerState(int device, ZrPowerState state);
+ZR_EXPORT ZrStatus zrGetPowerState(int device, ZrPowerState* state);
+/* -1 automatic, 0..6 in 5 dB steps; held to that range silently. */
+ZR_EXPORT ZrStatus zrSetAttenuator(int device, int atten);
+ZR_EXPORT ZrStatus zrGetAttenuator(int device, int* atten);
+/* dBm, capped at +20 silently. */
+ZR_EXPORT ZrStatus zrSetRefLevel(int device, double dBm);
+ZR_EXPORT ZrStatus zrGetRefLevel(int device, double* dBm);
+ZR_EXPORT ZrStatus zrSetPreselector(int device, ZrBool enabled);
+ZR_EXPORT ZrStatus zrGetPreselector(int device, ZrBool* enabled);
+ZR_EXPORT ZrStatus zrSetGPIOState(int device, int directionA, int directionB);
+ZR_EXPORT ZrStatus zrGetGPIOState(int device, int* directionA, int* directionB);
+ZR_EXPORT ZrStatus zrWriteGPIOImm(int device, uint8_t value);
+ZR_EXPORT ZrStatus zrReadGPIOImm(int device, uint8_t* value);
+/* byteCount 1..4 */
+ZR_EXPORT ZrStatus zrWriteSPI(int device, uint32_t data, int byteCount);
+ZR_EXPORT ZrStatus zrSetGPIOSweep(int device, const ZrGPIOStep* steps, int count);
+ZR_EXPORT ZrStatus zrSetGPIOSweepDisabled(int device);
+/* durations in bits 21..0 units; clamped to 1..0x3FFFFE with zrSettingClamped */
+ZR_EXPORT ZrStatus zrSetGPIOSwitching(int device, const uint8_t* values, const uint32_t* durations, int count);
+ZR_EXPORT ZrStatus zrSetGPIOSwitchingDisabled(int device);
+ZR_EXPORT ZrStatus zrSetReference(int device, int value);
+ZR_EXPORT ZrStatus zrGetReference(int device, int* value);
+ZR_EXPORT ZrStatus zrSetExternalReference(int device, int value);
+ZR_EXPORT ZrStatus zrGetExternalReference(int device, int* value);
+ZR_EXPORT ZrStatus zrGetDeviceDiagnostics(int device, float* voltage, float* current, float* temperature);
+ZR_EXPORT ZrStatus zrGetFullDeviceDiagnostics(int device, ZrDeviceDiagnostics* diagnostics);
+/* Types 2 and above (Mesa3, Ridge2, Ridge3); others get zeros and zrInvalidConfigurationErr. */
+ZR_EXPORT ZrStatus zrGetSFPDiagnostics(int device, float* temperature, float* voltage, float* txPower,
+                                       float* rxPower);
+/* degC, held to 10..90 silently */
+ZR_EXPORT ZrStatus zrSetFanThreshold(int device, int celsius);
+ZR_EXPORT ZrStatus zrGetFanThreshold(int device, int* celsius);
+
+/* ---- Signal processing without a device ---------------------------------- */
+/* Resamples complex f32 capture data from 250 MS/s to 245.76 MS/s. inputLen
+ * and *outputLen count complex samples; *outputLen gives the room in output on
+ * entry (at least 33) and the samples written on return. */
+ZR_EXPORT ZrStatus zrSegIQLTEResample(float* input, int inputLen, float* output, int* outputLen,
+                                      ZrBool clearDelayLine);
+
+/* GPS. The timebase update (register 0x002E bit 3) lets a locked receiver
+   steer the instrument's oscillator; changing it needs zrModeIdle. */
+ZR_EXPORT ZrStatus zrSetGPSTimebaseUpdate(int device, ZrBool enabled);
+ZR_EXPORT ZrStatus zrGetGPSTimebaseUpdate(int device, ZrBool* enabled);
+/* Raw bytes for the GPS receiver, 1 to 1020, in zrModeIdle. */
+ZR_EXPORT ZrStatus zrWriteToGPS(int device, const uint8_t* data, int length);
+
 #ifdef __cplusplus
 }
 #endif

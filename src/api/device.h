@@ -9,6 +9,10 @@
 #include <vector>
 
 #include "zr_api.h"
+#include "calibration/correction_set.h"
+#include "gps/gps_receiver.h"
+#include "gps/timebase_file.h"
+#include "transport/command_list.h"
 #include "transport/device_interface.h"
 
 namespace zr {
@@ -118,20 +122,6 @@ ZrRealTimeSettings defaultRealTimeSettings();
 // ---------------------------------------------------------------------------
 // GPS, timebase and output-port state
 
-struct GpsPulseReader {
-    static constexpr int kEntries = 512;
-    int32_t readIndex = -1;
-    std::array<uint32_t, kEntries> entries{};
-    uint32_t count = 0;
-    uint64_t tickBase[2] = {0, 0};
-};
-
-struct StoredTimebase {
-    uint8_t valid = 0;
-    int64_t timeSeconds = 0;  // since 1970
-    uint16_t tune = 0;
-};
-
 struct GpioSweepEntry {
     double frequency = 0.0;
     uint8_t value = 0;
@@ -176,6 +166,7 @@ struct ZrDevice {
     float configureTemperature = 0.0f;
 
     // GPS and timebase.
+    GpsReceiver gps;
     GpsPulseReader gpsPulses;
     StoredTimebase storedTimebase;
     uint16_t coarseTune = 0;
@@ -199,6 +190,10 @@ struct ZrDevice {
     uint8_t hasIFOutput = 0;
     ZrMode currentMode = zrModeIdle;
     ZrPowerState powerState = zrPowerStateStandby;  // until start-up finishes
+
+    // Working calibration: neutral until the open path loads the
+    // instrument's corrections.
+    CorrectionSet corrections;
 
     // Level: applies to every mode.
     int32_t attenuator = -1;  // -1 automatic, 0..6 in 5 dB steps
@@ -235,6 +230,10 @@ struct ZrDevice {
     EngineSegmentedIQ* segmentedEngine = nullptr;
     EngineCustom* customEngine = nullptr;
     EngineIQSweepList* iqSweepListEngine = nullptr;
+
+    // Built once at start-up, sent on every change of power state.
+    CommandList wakeList;
+    CommandList standbyList;
 
     std::vector<uint8_t> iqQueueStorage;  // outlives engines
 

@@ -41,13 +41,6 @@ bool addSegmentSamples(uint32_t& total, uint64_t term) {
 
 namespace {
 
-template <class F>
-ZrStatus withDevice(int handle, F&& work) {
-    ZrDevice* dev = lookupDevice(handle);
-    if (!dev) return zrInvalidDeviceErr;
-    return work(*dev);
-}
-
 // Segmented setters carry the model gate: no capture memory looks like a bad
 // handle to the caller.
 template <class F>

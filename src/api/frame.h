@@ -20,6 +20,14 @@ inline ZrDevice* lookupDevice(int handle) {
     return deviceTable[handle];
 }
 
+// Steps 1 and 2 of the frame, then the work on the device.
+template <class F>
+ZrStatus withDevice(int handle, F&& work) {
+    ZrDevice* dev = lookupDevice(handle);
+    if (!dev) return zrInvalidDeviceErr;
+    return work(*dev);
+}
+
 // Lowest free index or -1; used by the open calls.
 int firstFreeHandle();
 

@@ -1,0 +1,18 @@
+# External FFTs as yardsticks for the library's own FFT. They are linked into
+# the benchmark program only; the library itself links no FFT code.
+find_package(PkgConfig QUIET)
+if(PKG_CONFIG_FOUND)
+  pkg_check_modules(ZR_FFTW3F QUIET IMPORTED_TARGET fftw3f)
+  if(ZR_FFTW3F_FOUND)
+    target_link_libraries(zr_bench PRIVATE PkgConfig::ZR_FFTW3F)
+    target_compile_definitions(zr_bench PRIVATE ZR_BENCH_FFTW=1)
+  endif()
+  pkg_check_modules(ZR_KISSFFT QUIET IMPORTED_TARGET kissfft-float)
+  if(NOT ZR_KISSFFT_FOUND)
+    pkg_check_modules(ZR_KISSFFT QUIET IMPORTED_TARGET kissfft)
+  endif()
+  if(ZR_KISSFFT_FOUND)
+    target_link_libraries(zr_bench PRIVATE PkgConfig::ZR_KISSFFT)
+    target_compile_definitions(zr_bench PRIVATE ZR_BENCH_KISS=1)
+  endif()
+endif()

@@ -1,0 +1,678 @@
+#include "instrument.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+namespace zr::sim {
+
+namespace {
+constexpr double kTwoPi = 6.283185307179586;
+constexpr size_t kNoiseTable = 1 << 16;
+constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
+
+void put16(uint8_t* p, size_t off, uint16_t v) { std::memcpy(p + off, &v, 2); }
+void put32(uint8_t* p, size_t off, uint32_t v) { std::memcpy(p + off, &v, 4); }
+
+// The sensors report quarter degrees in a 10-bit field at bits 11..2, with
+// bit 12 marking a value below zero (stored as 1024 less the magnitude).
+uint16_t sensorCode(float celsius) {
+    int q = static_cast<int>(std::lround(celsius * 4.0f));
+    q = std::clamp(q, -1023, 1023);
+    if (q >= 0) return static_cast<uint16_t>((q & 0x3FF) << 2);
+    return static_cast<uint16_t>(1u << 12 | ((1024 + q) & 0x3FF) << 2);
+}
+
+uint64_t xorshift(uint64_t& s) {
+    s ^= s << 13;
+    s ^= s >> 7;
+    s ^= s << 17;
+    return s;
+}
+}  // namespace
+
+Instrument::Instrument(ZrDeviceType type, int serial)
+    : type_(type), serial_(serial), epoch_(std::chrono::steady_clock::now()), regs_(0x10000, 0) {
+    noiseRe_.resize(kNoiseTable);
+    noiseIm_.resize(kNoiseTable);
+    uint64_t s = 0x2545F4914F6CDD1Dull ^ static_cast<uint64_t>(serial);
+    for (size_t i = 0; i < kNoiseTable; ++i) {
+        double u1 = (static_cast<double>(xorshift(s) >> 11) + 1.0) * 0x1.0p-53;
+        double u2 = static_cast<double>(xorshift(s) >> 11) * 0x1.0p-53;
+        double r = std::sqrt(-2.0 * std::log(u1));
+        noiseRe_[i] = static_cast<float>(r * std::cos(kTwoPi * u2));
+        noiseIm_[i] = static_cast<float>(r * std::sin(kTwoPi * u2));
+    }
+    scratchRe_.resize(kSamplesPerBlock);
+    scratchIm_.resize(kSamplesPerBlock);
+    rebuildScene();
+}
+
+Instrument::~Instrument() { detach(); }
+
+int64_t Instrument::nowNs() const {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - epoch_).count();
+}
+
+uint64_t Instrument::deviceTick(int64_t ns) const {
+    return paced_ ? static_cast<uint64_t>(ns / 4) : virtualTick_;
+}
+
+// ------------------------------------------------------------------ OUT
+
+bool Instrument::writeBlock(const uint8_t* block, int timeoutMs) {
+    std::unique_lock lock(mu_);
+    if (detached_) return false;
+    if (failNextWrite_) {
+        failNextWrite_ = false;
+        return false;
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    for (int i = 0; i < kBlockBytes / 4; ++i) {
+        uint32_t w;
+        std::memcpy(&w, block + 4 * i, 4);
+        if (!decodeWord(w, lock, deadline)) return false;
+    }
+    return true;
+}
+
+bool Instrument::decodeWord(uint32_t w, std::unique_lock<std::mutex>& lock,
+                            std::chrono::steady_clock::time_point deadline) {
+    switch (parse_) {
+        case Parse::Skip:
+            if (--remaining_ == 0) parse_ = Parse::Word;
+            return true;
+        case Parse::Registers:
+            regs_[regAddress_ & 0xFFFF] = w;
+            ++regAddress_;
+            if (--remaining_ == 0) parse_ = Parse::Word;
+            return true;
+        case Parse::FlashData: {
+            std::memcpy(flashBuffer_.data() + (256 - remaining_) * 4, &w, 4);
+            if (--remaining_ == 0) {
+                parse_ = Parse::Word;
+                auto [it, fresh] = flash_.try_emplace(flashPage_);
+                if (fresh) it->second.fill(0xFF);
+                for (size_t i = 0; i < 1024; ++i) it->second[i] &= flashBuffer_[i];  // NOR: bits only clear
+            }
+            return true;
+        }
+        case Parse::Word:
+            break;
+    }
+
+    const uint32_t top = w >> 24;
+    bool ok = true;
+    auto skip = [&](uint32_t n) {
+        parse_ = Parse::Skip;
+        remaining_ = n;
+    };
+    switch (top) {
+        case 0x00:
+            ++pauseWords_;
+            return true;
+        case 0x04: {
+            const uint32_t count = (w >> 16) & 0xFF;
+            if (count > 0) {
+                parse_ = Parse::Registers;
+                remaining_ = count;
+                regAddress_ = w & 0xFFFF;
+            }
+            return true;
+        }
+        case 0x10: case 0x11: case 0x12: case 0x15: case 0x16: case 0x17: case 0x1E: case 0x50: case 0x51:
+            return true;
+        case 0x13:
+            if (w == 0x13000100) {
+                streaming_ = false;
+            } else {
+                startStream((w >> 16) & 0xFF, w & 0xFFFF);
+            }
+            return true;
+        case 0x23: {
+            Reply r{ReplyKind::Data, 0, 0, 0, 0, 0};
+            if (streaming_) {
+                const uint64_t index = blocksProduced_++;
+                r.arg = 1;
+                const double tps = kTickHz / sampleRate_;
+                r.runningTick = static_cast<uint64_t>(streamStartTick_ + static_cast<double>(index + 1) * kSamplesPerBlock * tps);
+                if (paced_) {
+                    r.readyNs = streamStartNs_ + static_cast<int64_t>(static_cast<double>(index + 1) * kSamplesPerBlock / sampleRate_ * 1e9);
+                } else {
+                    virtualTick_ = r.runningTick;
+                }
+            }
+            return pushReply(r, lock, deadline);
+        }
+        case 0x24: {
+            Reply r{ReplyKind::Status, 0, 0, 0, 0, 0};
+            return pushReply(r, lock, deadline);
+        }
+        case 0x20: case 0x21: case 0x22: case 0x25: case 0x26: case 0x2E: case 0x2F:
+            return pushReply(Reply{ReplyKind::Zero, 0, 0, 0, 0, 0}, lock, deadline);
+        case 0xFF:
+            switch (w >> 16) {
+                case 0xFF53:
+                    if (w == 0xFF530000) { skip(6); return true; }
+                    break;
+                case 0xFFFE:
+                    parse_ = Parse::FlashData;
+                    remaining_ = 256;
+                    flashPage_ = w & 0xFFFF;
+                    return true;
+                case 0xFFFD:
+                    for (uint8_t p = 0; p < 4 && ok; ++p)
+                        ok = pushReply(Reply{ReplyKind::Flash, p, w & 0xFFFF, 0, 0, 0}, lock, deadline);
+                    return ok;
+                case 0xFFFC: {
+                    // Sectors are 64 pages of 1024 bytes.
+                    const uint32_t base = (w & 0xFFFF) & ~63u;
+                    flash_.erase(flash_.lower_bound(base), flash_.lower_bound(base + 64));
+                    return true;
+                }
+                case 0xFFFB:
+                    if (w == 0xFFFB4000) { pushPoll(ReplyKind::Word, fpgaLoadFails_ ? 0 : 1, lock, deadline, ok); return ok; }
+                    break;
+                case 0xFFFA:
+                    if (w == 0xFFFA0000) { skip(31); return true; }
+                    break;
+                case 0xFFF9:
+                    if (w == 0xFFF90000) { pushPoll(ReplyKind::Word, 0, lock, deadline, ok); return ok; }
+                    break;
+                case 0xFFFF:
+                    if (w == 0xFFFF0000) { pushPoll(ReplyKind::Word, bootVersion_, lock, deadline, ok); return ok; }
+                    break;
+                case 0xFFF0: case 0xFFF1: skip(96); return true;
+                case 0xFFF2: skip(64); return true;
+                case 0xFFF3: skip(1); return true;
+                case 0xFFF4: pushPoll(ReplyKind::Zero, 0, lock, deadline, ok); return ok;
+                case 0xFFEF:
+                    if (w == 0xFFEF0000) { pushPoll(ReplyKind::Word, 3, lock, deadline, ok); return ok; }
+                    break;
+                default:
+                    break;
+            }
+            break;
+        default:
+            break;
+    }
+    ++unknownWords_;
+    return !strict_;
+}
+
+void Instrument::pushPoll(ReplyKind kind, uint32_t arg, std::unique_lock<std::mutex>& lock,
+                          std::chrono::steady_clock::time_point deadline, bool& ok) {
+    ok = pushReply(Reply{kind, 0, arg, 0, 0, 0}, lock, deadline);
+    for (uint8_t p = 1; p < 4 && ok; ++p) ok = pushReply(Reply{ReplyKind::Zero, p, 0, 0, 0, 0}, lock, deadline);
+}
+
+bool Instrument::pushReply(Reply r, std::unique_lock<std::mutex>& lock,
+                           std::chrono::steady_clock::time_point deadline) {
+    for (;;) {
+        if (detached_) return false;
+        pump();
+        if (fifoCount_ < kFifoReplies) break;
+        // The FIFO is full: the OUT endpoint stalls until the host reads.
+        const int64_t ready = headReadyNs();
+        auto wake = deadline;
+        if (ready != kNever) wake = std::min(wake, epoch_ + std::chrono::nanoseconds(ready));
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        cv_.wait_until(lock, wake);
+    }
+    const int64_t now = nowNs();
+    r.readyNs = std::max({r.readyNs, now, lastReadyNs_});
+    lastReadyNs_ = r.readyNs;
+    if (r.kind == ReplyKind::Status) {
+        r.statusTick = paced_ ? static_cast<uint64_t>(r.readyNs / 4) : virtualTick_;
+        r.runningTick = streaming_ || blocksProduced_ > 0
+                            ? static_cast<uint64_t>(streamStartTick_ + static_cast<double>(blocksProduced_) *
+                                                                           kSamplesPerBlock * kTickHz / sampleRate_)
+                            : r.statusTick;
+    }
+    fifo_[(fifoHead_ + fifoCount_) % kFifoReplies] = r;
+    ++fifoCount_;
+    pump();
+    cv_.notify_all();
+    return true;
+}
+
+void Instrument::startStream(uint32_t code, uint32_t tune) {
+    const uint32_t dec = code & 0x0F;
+    if (dec != 1 && dec != 2 && dec != 4 && dec != 8) {
+        ++unknownWords_;
+        return;
+    }
+    const double base = (code & 16) ? 61.44e6 : 50e6;
+    sampleRate_ = base / dec;
+    tuneWord_ = tune;
+    streaming_ = true;
+    blocksProduced_ = 0;
+    const int64_t now = std::max(nowNs(), lastReadyNs_);
+    streamStartNs_ = now;
+    streamStartTick_ = static_cast<double>(paced_ ? static_cast<uint64_t>(now / 4) : virtualTick_);
+    rebuildScene();
+}
+
+// ------------------------------------------------------------------- IN
+
+int64_t Instrument::headReadyNs() const {
+    if (readHead_ == nullptr) return kNever;
+    if (readHead_->stalled) return kNever;
+    if (fifoCount_ < readHead_->needed || readHead_->needed == 0) return kNever;
+    return fifo_[(fifoHead_ + readHead_->needed - 1) % kFifoReplies].readyNs;
+}
+
+void Instrument::pump() {
+    const int64_t now = nowNs();
+    const auto clock = std::chrono::steady_clock::now();
+    while (readHead_ != nullptr) {
+        ReadRequest* r = readHead_;
+        if (clock >= r->deadline) {
+            // Nobody finished it in time: the endpoint gives up on it.
+            r->failed = true;
+            r->done = true;
+            readHead_ = r->next;
+            if (readHead_ == nullptr) readTail_ = nullptr;
+            cv_.notify_all();
+            continue;
+        }
+        if (r->stalled) break;
+        if (fifoCount_ < r->needed) break;
+        if (r->needed > 0 && fifo_[(fifoHead_ + r->needed - 1) % kFifoReplies].readyNs > now) break;
+        for (uint32_t i = 0; i < r->needed; ++i) {
+            const uint32_t off = i * kReplyBytes;
+            render(fifo_[fifoHead_], r->dst + off, std::min<uint32_t>(kReplyBytes, r->size - off));
+            fifoHead_ = (fifoHead_ + 1) % kFifoReplies;
+            --fifoCount_;
+        }
+        // Status faults last a number of reads, whatever number of status
+        // blocks each read carries.
+        if (statusInRead_) {
+            if (badMagic_ > 0) --badMagic_;
+            if (jesd_ > 0) --jesd_;
+            statusInRead_ = false;
+        }
+        r->transferred = r->shortByOne && r->size > 0 ? r->size - 1 : r->size;
+        r->failed = false;
+        r->done = true;
+        readHead_ = r->next;
+        if (readHead_ == nullptr) readTail_ = nullptr;
+        cv_.notify_all();
+    }
+}
+
+void Instrument::postRead(ReadRequest& r, uint8_t* dst, uint32_t size, int timeoutMs) {
+    std::lock_guard lock(mu_);
+    r.dst = dst;
+    r.size = size;
+    r.needed = (size + kReplyBytes - 1) / kReplyBytes;
+    r.done = false;
+    r.failed = false;
+    r.transferred = 0;
+    r.next = nullptr;
+    r.deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::max(timeoutMs, 0));
+    r.stalled = timeOutNextRead_;
+    timeOutNextRead_ = false;
+    r.shortByOne = shortNextRead_;
+    shortNextRead_ = false;
+    if (detached_) {
+        r.failed = true;
+        r.done = true;
+        return;
+    }
+    if (readTail_ != nullptr) readTail_->next = &r;
+    else readHead_ = &r;
+    readTail_ = &r;
+    pump();
+    cv_.notify_all();
+}
+
+void Instrument::withdrawLocked(ReadRequest& r) {
+    // A withdrawn read took nothing from the FIFO.
+    ReadRequest** link = &readHead_;
+    ReadRequest* prev = nullptr;
+    while (*link != nullptr && *link != &r) {
+        prev = *link;
+        link = &(*link)->next;
+    }
+    if (*link == &r) {
+        *link = r.next;
+        if (readTail_ == &r) readTail_ = prev;
+    }
+    r.next = nullptr;
+    r.done = true;
+    r.failed = true;
+    cv_.notify_all();
+}
+
+void Instrument::cancelRead(ReadRequest& r) {
+    std::lock_guard lock(mu_);
+    if (!r.done) withdrawLocked(r);
+}
+
+ReadOutcome Instrument::waitRead(ReadRequest& r) {
+    std::unique_lock lock(mu_);
+    for (;;) {
+        if (!r.done) pump();
+        if (r.done) return {r.failed, r.failed ? 0u : r.transferred};
+        const auto now = std::chrono::steady_clock::now();
+        if (now >= r.deadline) {
+            withdrawLocked(r);
+            return {true, 0};
+        }
+        auto wake = r.deadline;
+        const int64_t ready = headReadyNs();
+        if (ready != kNever) wake = std::min(wake, epoch_ + std::chrono::nanoseconds(ready));
+        if (readHead_ != nullptr && readHead_ != &r) wake = std::min(wake, readHead_->deadline);
+        cv_.wait_until(lock, wake);
+    }
+}
+
+ReadOutcome Instrument::read(uint8_t* dst, uint32_t size, int timeoutMs) {
+    ReadRequest r;
+    postRead(r, dst, size, timeoutMs);
+    return waitRead(r);
+}
+
+void Instrument::failAllLocked() {
+    for (ReadRequest* r = readHead_; r != nullptr;) {
+        ReadRequest* next = r->next;
+        r->failed = true;
+        r->done = true;
+        r->next = nullptr;
+        r = next;
+    }
+    readHead_ = readTail_ = nullptr;
+    fifoHead_ = fifoCount_ = 0;
+    cv_.notify_all();
+}
+
+void Instrument::reset() {
+    std::lock_guard lock(mu_);
+    failAllLocked();
+    parse_ = Parse::Word;
+    remaining_ = 0;
+    streaming_ = false;
+    blocksProduced_ = 0;
+}
+
+void Instrument::detach() {
+    std::lock_guard lock(mu_);
+    detached_ = true;
+    failAllLocked();
+}
+
+bool Instrument::detached() const {
+    std::lock_guard lock(mu_);
+    return detached_;
+}
+
+// --------------------------------------------------------------- render
+
+void Instrument::render(const Reply& r, uint8_t* dst, uint32_t bytes) {
+    switch (r.kind) {
+        case ReplyKind::Data:
+            ++dataBlocksSent_;
+            if (r.arg != 0) {
+                if (bytes == kReplyBytes) {
+                    generateLocked(reinterpret_cast<int16_t*>(dst));
+                } else {
+                    int16_t tmp[2 * kSamplesPerBlock];
+                    generateLocked(tmp);
+                    std::memcpy(dst, tmp, bytes);
+                }
+            } else {
+                std::memset(dst, 0, bytes);
+            }
+            return;
+        case ReplyKind::Status:
+            if (bytes == kReplyBytes) {
+                renderStatus(r, dst);
+            } else {
+                uint8_t tmp[kReplyBytes];
+                renderStatus(r, tmp);
+                std::memcpy(dst, tmp, bytes);
+            }
+            return;
+        case ReplyKind::Zero:
+            std::memset(dst, 0, bytes);
+            return;
+        case ReplyKind::Word:
+            std::memset(dst, 0, bytes);
+            if (bytes >= 4) put32(dst, 0, r.arg);
+            return;
+        case ReplyKind::Flash:
+            for (uint32_t o = 0; o < bytes; o += 1024) {
+                const uint32_t page = r.arg + r.part * 8u + o / 1024;
+                const uint32_t n = std::min<uint32_t>(1024, bytes - o);
+                auto it = flash_.find(page);
+                if (it == flash_.end()) std::memset(dst + o, 0xFF, n);
+                else std::memcpy(dst + o, it->second.data(), n);
+            }
+            return;
+    }
+}
+
+void Instrument::renderStatus(const Reply& r, uint8_t* p) {
+    std::memset(p, 0, kReplyBytes);
+    uint32_t magic = kMagic;
+    statusInRead_ = true;
+    if (badMagic_ > 0) magic = 0x0BADF00D;
+    put32(p, 0, magic);
+    put32(p, 4, fwRevision_);
+    put32(p, 8, static_cast<uint32_t>(r.statusTick));
+    put32(p, 12, static_cast<uint32_t>(r.statusTick - r.statusTick % 250000000ull));
+    put32(p, 24, static_cast<uint32_t>(r.runningTick));
+    uint8_t flags = 0;
+    if (adcOverload_ || clippedSinceStatus_) flags |= 0x01;
+    clippedSinceStatus_ = false;
+    if (pendingLoss_ > 0) {
+        flags |= 0x04;
+        lossCounter_ = static_cast<uint8_t>(lossCounter_ + pendingLoss_);
+        pendingLoss_ = 0;
+    }
+    if (jesd_ > 0) flags |= 0x08;
+    if (ppsValid_) flags |= 0x10;
+    p[28] = flags;
+    p[29] = lossCounter_;
+    put16(p, 34, 0x8000);
+    put32(p, 36, 0x00A5A5A5);
+    put16(p, 40, static_cast<uint16_t>(static_cast<int>((celsius_ + 265.0f) * 1024.0f) / 693));
+    p[44] = gpioInput_;
+    put16(p, 64, 1091);  // 12.0 V
+    put16(p, 66, 180);
+    put16(p, 68, 450);
+    put16(p, 70, 600);
+    put16(p, 72, fwMinor_);
+    put16(p, 74, fwMajor_);
+    put16(p, 76, sensorCode(celsius_ + 2.0f));
+    put16(p, 80, sensorCode(celsius_));
+    put16(p, 82, sensorCode(celsius_ - 1.5f));
+    put16(p, 84, sensorCode(celsius_ + 0.75f));
+    put16(p, 86, sensorCode(celsius_ + 4.0f));
+    put16(p, 128, 0xFFFF);  // no SFP module on a USB instrument
+}
+
+// ---------------------------------------------------------------- signal
+
+double Instrument::pathGainDb(double freqHz, double attenDb, double celsius) {
+    // A made-up but plausible front end: a slow roll-off with frequency, two
+    // ripples of different period, and a temperature drift that grows with
+    // frequency. Smooth everywhere so that interpolated corrections work.
+    const double g = freqHz / 1e9;
+    const double dt = celsius - 25.0;
+    return -4.0 - 0.35 * g + 1.2 * std::sin(kTwoPi * g / 1.7 + 0.3) + 0.6 * std::cos(kTwoPi * g / 0.45) -
+           attenDb - 0.018 * dt * (1.0 + 0.05 * g) + 0.0002 * dt * dt;
+}
+
+double Instrument::pathGainDb(double freqHz) const {
+    std::lock_guard lock(mu_);
+    return pathGainDb(freqHz, attenDb_, celsius_);
+}
+
+void Instrument::rebuildScene() {
+    std::vector<ToneState> next;
+    next.reserve(tones_.size());
+    for (size_t i = 0; i < tones_.size(); ++i) {
+        const Tone& t = tones_[i];
+        const double offset = (t.freqHz - centerHz_) / sampleRate_;
+        // The instrument's anti-alias filtering keeps only the inner 90 %.
+        if (std::fabs(offset) > 0.45) continue;
+        ToneState s;
+        s.offsetCycles = offset;
+        s.phase = 0.0;
+        s.amplitude = static_cast<float>(32767.0 * std::pow(10.0, (t.powerDbm + pathGainDb(t.freqHz, attenDb_, celsius_)) / 20.0));
+        s.stepRe.resize(kSamplesPerBlock);
+        s.stepIm.resize(kSamplesPerBlock);
+        for (int n = 0; n < kSamplesPerBlock; ++n) {
+            const double ph = kTwoPi * std::fmod(offset * n, 1.0);
+            s.stepRe[n] = static_cast<float>(std::cos(ph));
+            s.stepIm[n] = static_cast<float>(std::sin(ph));
+        }
+        next.push_back(std::move(s));
+    }
+    // Keep phases of tones that survive a rebuild so a temperature change
+    // does not jump the signal.
+    for (size_t i = 0; i < next.size() && i < toneStates_.size(); ++i)
+        if (next[i].offsetCycles == toneStates_[i].offsetCycles) next[i].phase = toneStates_[i].phase;
+    toneStates_ = std::move(next);
+    const double noiseDbfs = noiseDbmPerHz_ + 10.0 * std::log10(sampleRate_) + pathGainDb(centerHz_, attenDb_, celsius_);
+    noiseSigma_ = static_cast<float>(32767.0 * std::pow(10.0, noiseDbfs / 20.0) / std::sqrt(2.0));
+}
+
+void Instrument::generateLocked(int16_t* iq) {
+    float* re = scratchRe_.data();
+    float* im = scratchIm_.data();
+    // A random window of the noise table, contiguous so the loops vectorise.
+    const size_t start = static_cast<size_t>(xorshift(rng_) % (kNoiseTable - kSamplesPerBlock));
+    const float sigma = noiseSigma_;
+    const float* nr = noiseRe_.data() + start;
+    const float* ni = noiseIm_.data() + start;
+    for (int n = 0; n < kSamplesPerBlock; ++n) {
+        re[n] = nr[n] * sigma;
+        im[n] = ni[n] * sigma;
+    }
+    for (ToneState& t : toneStates_) {
+        const float cr = static_cast<float>(t.amplitude * std::cos(kTwoPi * t.phase));
+        const float ci = static_cast<float>(t.amplitude * std::sin(kTwoPi * t.phase));
+        const float* sr = t.stepRe.data();
+        const float* si = t.stepIm.data();
+        for (int n = 0; n < kSamplesPerBlock; ++n) {
+            re[n] += cr * sr[n] - ci * si[n];
+            im[n] += cr * si[n] + ci * sr[n];
+        }
+        t.phase = std::fmod(t.phase + t.offsetCycles * kSamplesPerBlock, 1.0);
+    }
+    float peak = 0.0f;
+    for (int n = 0; n < kSamplesPerBlock; ++n) {
+        const float a = re[n], b = im[n];
+        const float ma = a < 0.0f ? -a : a;
+        const float mb = b < 0.0f ? -b : b;
+        peak = peak > ma ? peak : ma;
+        peak = peak > mb ? peak : mb;
+        const float ca = a > 32767.0f ? 32767.0f : (a < -32768.0f ? -32768.0f : a);
+        const float cb = b > 32767.0f ? 32767.0f : (b < -32768.0f ? -32768.0f : b);
+        // Round half away from zero. (GCC does not vectorise this loop yet;
+        // it is the largest cost of a block.)
+        iq[2 * n] = static_cast<int16_t>(static_cast<int32_t>(ca + (ca < 0.0f ? -0.5f : 0.5f)));
+        iq[2 * n + 1] = static_cast<int16_t>(static_cast<int32_t>(cb + (cb < 0.0f ? -0.5f : 0.5f)));
+    }
+    clippedSinceStatus_ |= peak > 32767.5f;
+}
+
+void Instrument::generateBlock(int16_t* iq) {
+    std::lock_guard lock(mu_);
+    generateLocked(iq);
+}
+
+// --------------------------------------------------------------- setters
+
+void Instrument::addTone(double freqHz, double powerDbm) {
+    std::lock_guard lock(mu_);
+    tones_.push_back({freqHz, powerDbm});
+    rebuildScene();
+}
+void Instrument::clearSignals() {
+    std::lock_guard lock(mu_);
+    tones_.clear();
+    rebuildScene();
+}
+void Instrument::setNoiseFloor(double dbmPerHz) {
+    std::lock_guard lock(mu_);
+    noiseDbmPerHz_ = dbmPerHz;
+    rebuildScene();
+}
+void Instrument::setTemperature(float celsius) {
+    std::lock_guard lock(mu_);
+    celsius_ = celsius;
+    rebuildScene();
+}
+float Instrument::temperature() const {
+    std::lock_guard lock(mu_);
+    return celsius_;
+}
+void Instrument::setCenterFrequency(double hz) {
+    std::lock_guard lock(mu_);
+    centerHz_ = hz;
+    rebuildScene();
+}
+double Instrument::centerFrequency() const {
+    std::lock_guard lock(mu_);
+    return centerHz_;
+}
+void Instrument::setAttenuatorDb(double db) {
+    std::lock_guard lock(mu_);
+    attenDb_ = db;
+    rebuildScene();
+}
+void Instrument::setPaced(bool paced) {
+    std::lock_guard lock(mu_);
+    paced_ = paced;
+}
+void Instrument::setUnpacedTicks(uint64_t ticks) {
+    std::lock_guard lock(mu_);
+    virtualTick_ = ticks;
+}
+void Instrument::setFirmware(uint32_t revision, uint16_t minor, uint16_t major) {
+    std::lock_guard lock(mu_);
+    fwRevision_ = revision;
+    fwMinor_ = minor;
+    fwMajor_ = major;
+}
+void Instrument::setGpioInput(uint8_t value) {
+    std::lock_guard lock(mu_);
+    gpioInput_ = value;
+}
+void Instrument::setPpsValid(bool valid) {
+    std::lock_guard lock(mu_);
+    ppsValid_ = valid;
+}
+void Instrument::setBootVersion(uint32_t version) {
+    std::lock_guard lock(mu_);
+    bootVersion_ = version;
+}
+void Instrument::setFpgaLoadFails(bool fails) {
+    std::lock_guard lock(mu_);
+    fpgaLoadFails_ = fails;
+}
+
+void Instrument::injectBadMagic(int n) { std::lock_guard lock(mu_); badMagic_ = n; }
+void Instrument::injectJesdUnsynced(int n) { std::lock_guard lock(mu_); jesd_ = n; }
+void Instrument::setAdcOverload(bool on) { std::lock_guard lock(mu_); adcOverload_ = on; }
+void Instrument::injectSampleLoss(int lost) { std::lock_guard lock(mu_); pendingLoss_ += lost; }
+void Instrument::failNextWrite() { std::lock_guard lock(mu_); failNextWrite_ = true; }
+void Instrument::shortNextRead() { std::lock_guard lock(mu_); shortNextRead_ = true; }
+void Instrument::timeOutNextRead() { std::lock_guard lock(mu_); timeOutNextRead_ = true; }
+void Instrument::setStrictWords(bool strict) { std::lock_guard lock(mu_); strict_ = strict; }
+
+uint32_t Instrument::reg(uint32_t address) const { std::lock_guard lock(mu_); return regs_[address & 0xFFFF]; }
+uint64_t Instrument::unknownWords() const { std::lock_guard lock(mu_); return unknownWords_; }
+uint64_t Instrument::dataBlocksSent() const { std::lock_guard lock(mu_); return dataBlocksSent_; }
+bool Instrument::streaming() const { std::lock_guard lock(mu_); return streaming_; }
+double Instrument::sampleRate() const { std::lock_guard lock(mu_); return sampleRate_; }
+uint32_t Instrument::digitalTuneWord() const { std::lock_guard lock(mu_); return tuneWord_; }
+uint64_t Instrument::pauseWords() const { std::lock_guard lock(mu_); return pauseWords_; }
+size_t Instrument::queuedReplies() const { std::lock_guard lock(mu_); return fifoCount_; }
+
+}  // namespace zr::sim

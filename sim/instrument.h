@@ -1,0 +1,246 @@
+#pragma once
+// A simulated instrument of the USB family: it decodes the command words it
+// is sent, keeps a register file, and answers reply words with status
+// blocks and sample blocks generated from a signal scene through its own
+// model of the RF path.
+//
+// Its I/O is shaped like the instrument's two bulk endpoints: an OUT
+// endpoint that takes 2048-byte blocks, and an IN endpoint on which reads
+// are posted and complete in posting order. The reply FIFO between the
+// decoder and the IN endpoint is finite, as the instrument's is: a host that
+// asks for more than it reads stalls the OUT endpoint.
+//
+// Thread-safe: one thread may write while others post and finish reads.
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <complex>
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "zr_api.h"
+
+namespace zr::sim {
+
+// One posted IN transfer. The owner keeps it alive from postRead to the end
+// of waitRead.
+struct ReadRequest {
+    uint8_t* dst = nullptr;
+    uint32_t size = 0;
+    uint32_t needed = 0;  // 8192-byte replies this read takes
+    bool done = false;
+    bool failed = false;
+    bool stalled = false;  // injected time-out: never completes
+    bool shortByOne = false;
+    uint32_t transferred = 0;
+    std::chrono::steady_clock::time_point deadline;
+    ReadRequest* next = nullptr;
+};
+
+struct ReadOutcome {
+    bool failed = true;
+    uint32_t transferred = 0;
+};
+
+struct Tone {
+    double freqHz = 0.0;
+    double powerDbm = 0.0;
+};
+
+class Instrument {
+public:
+    static constexpr int kBlockBytes = 2048;
+    static constexpr int kReplyBytes = 8192;
+    static constexpr int kSamplesPerBlock = 2048;
+    static constexpr size_t kFifoReplies = 256;  // 2 MiB of replies
+    static constexpr uint32_t kMagic = 0x31555834;
+    static constexpr double kTickHz = 250e6;
+
+    Instrument(ZrDeviceType type, int serial);
+    ~Instrument();
+    Instrument(const Instrument&) = delete;
+    Instrument& operator=(const Instrument&) = delete;
+
+    ZrDeviceType type() const { return type_; }
+    int serial() const { return serial_; }
+
+    // ---- Endpoints ----
+    // Decodes one OUT block. False when the write failed: detached, an
+    // injected failure, a strict-mode unknown word, or a FIFO that stayed
+    // full for timeoutMs.
+    bool writeBlock(const uint8_t* block, int timeoutMs = 2000);
+    // Posts an IN read of size bytes into dst; completes in posting order.
+    void postRead(ReadRequest& r, uint8_t* dst, uint32_t size, int timeoutMs);
+    // Waits for a posted read until it completes or its deadline passes; a
+    // read that missed its deadline is withdrawn and fails.
+    ReadOutcome waitRead(ReadRequest& r);
+    // Withdraws a posted read at once (its owner is going away).
+    void cancelRead(ReadRequest& r);
+    // postRead + waitRead.
+    ReadOutcome read(uint8_t* dst, uint32_t size, int timeoutMs);
+    // Drops the stream, the reply FIFO and the decoder state (a USB reset).
+    void reset();
+
+    // ---- Scene and RF model ----
+    void addTone(double freqHz, double powerDbm);
+    void clearSignals();
+    void setNoiseFloor(double dbmPerHz);
+    void setTemperature(float celsius);
+    float temperature() const;
+    void setCenterFrequency(double hz);
+    double centerFrequency() const;
+    void setAttenuatorDb(double db);
+    // Level at the ADC, in dB relative to full scale per dBm at the input,
+    // of a signal at freqHz under the current attenuator and temperature.
+    double pathGainDb(double freqHz) const;
+    static double pathGainDb(double freqHz, double attenDb, double celsius);
+    // Samples are produced at the instrument's pace unless unpaced.
+    void setPaced(bool paced);
+    // Unpaced, the tick counter runs with the samples only; this sets it
+    // (to see the 32-bit counters wrap, for instance).
+    void setUnpacedTicks(uint64_t ticks);
+
+    // ---- Identity and status content ----
+    void setFirmware(uint32_t revision, uint16_t minor, uint16_t major);
+    void setGpioInput(uint8_t value);
+    void setPpsValid(bool valid);
+    void setBootVersion(uint32_t version);
+    void setFpgaLoadFails(bool fails);  // the FPGA load poll answers 0
+
+    // ---- Faults ----
+    // For the next n reads that carry status blocks.
+    void injectBadMagic(int reads);
+    void injectJesdUnsynced(int reads);
+    void setAdcOverload(bool on);
+    void injectSampleLoss(int lostCount);  // next status: bit 2 and the counter advance
+    void failNextWrite();
+    void shortNextRead();     // the next read completes one byte short
+    void timeOutNextRead();   // the next read never completes
+    void detach();            // cable pull
+    bool detached() const;
+    // Unknown words fail the write that holds them.
+    void setStrictWords(bool strict);
+
+    // ---- Observation ----
+    uint32_t reg(uint32_t address) const;
+    uint64_t unknownWords() const;
+    uint64_t dataBlocksSent() const;
+    bool streaming() const;
+    double sampleRate() const;
+    uint32_t digitalTuneWord() const;
+    uint64_t pauseWords() const;
+    size_t queuedReplies() const;
+
+    // Fills 2048 complex samples of the current stream without the endpoint
+    // machinery; the benchmark's view of the generator.
+    void generateBlock(int16_t* iq);
+
+private:
+    enum class ReplyKind : uint8_t { Data, Status, Zero, Flash, Word };
+    struct Reply {
+        ReplyKind kind;
+        uint8_t part;
+        uint32_t arg;
+        uint64_t statusTick;
+        uint64_t runningTick;
+        int64_t readyNs;
+    };
+    enum class Parse : uint8_t { Word, Skip, Registers, FlashData };
+    struct ToneState {
+        double offsetCycles;   // per sample
+        double phase;          // cycles at the next block start
+        float amplitude;
+        std::vector<float> stepRe, stepIm;  // e^(j 2 pi offset n), n < 2048
+    };
+
+    bool decodeWord(uint32_t w, std::unique_lock<std::mutex>& lock, std::chrono::steady_clock::time_point deadline);
+    bool pushReply(Reply r, std::unique_lock<std::mutex>& lock, std::chrono::steady_clock::time_point deadline);
+    void pushPoll(ReplyKind kind, uint32_t arg, std::unique_lock<std::mutex>& lock,
+                  std::chrono::steady_clock::time_point deadline, bool& ok);
+    void pump();
+    int64_t nowNs() const;
+    uint64_t deviceTick(int64_t ns) const;
+    int64_t headReadyNs() const;
+    void render(const Reply& r, uint8_t* dst, uint32_t bytes);
+    void renderStatus(const Reply& r, uint8_t* dst);
+    void startStream(uint32_t code, uint32_t tune);
+    void rebuildScene();
+    void generateLocked(int16_t* iq);
+    void failAllLocked();
+    void withdrawLocked(ReadRequest& r);
+
+    const ZrDeviceType type_;
+    const int serial_;
+    const std::chrono::steady_clock::time_point epoch_;
+
+    mutable std::mutex mu_;
+    std::condition_variable cv_;
+
+    // decoder
+    Parse parse_ = Parse::Word;
+    uint32_t remaining_ = 0;
+    uint32_t regAddress_ = 0;
+    uint32_t flashPage_ = 0;
+    std::array<uint8_t, 1024> flashBuffer_{};
+    std::vector<uint32_t> regs_;
+    uint64_t unknownWords_ = 0;
+    uint64_t pauseWords_ = 0;
+    bool strict_ = false;
+
+    // reply FIFO
+    std::array<Reply, kFifoReplies> fifo_{};
+    size_t fifoHead_ = 0, fifoCount_ = 0;
+    ReadRequest* readHead_ = nullptr;
+    ReadRequest* readTail_ = nullptr;
+    int64_t lastReadyNs_ = 0;
+
+    // stream and clock
+    bool paced_ = true;
+    bool streaming_ = false;
+    double sampleRate_ = 50e6;
+    uint32_t tuneWord_ = 0;
+    uint64_t virtualTick_ = 0;       // unpaced clock
+    double streamStartTick_ = 0.0;
+    int64_t streamStartNs_ = 0;
+    uint64_t blocksProduced_ = 0;    // data replies queued since stream start
+    uint64_t dataBlocksSent_ = 0;
+    uint32_t noiseIndex_ = 0;
+    uint64_t rng_ = 0x9E3779B97F4A7C15ull;
+    bool clippedSinceStatus_ = false;
+
+    // scene
+    std::vector<Tone> tones_;
+    std::vector<ToneState> toneStates_;
+    double noiseDbmPerHz_ = -160.0;
+    float noiseSigma_ = 0.0f;
+    float celsius_ = 30.0f;
+    double centerHz_ = 1e9;
+    double attenDb_ = 0.0;
+    std::vector<float> noiseRe_, noiseIm_;  // unit Gaussian per component
+    std::vector<float> scratchRe_, scratchIm_;
+
+    // status content and faults
+    uint32_t fwRevision_ = 2;
+    uint16_t fwMinor_ = 5, fwMajor_ = 7;
+    uint8_t gpioInput_ = 0;
+    bool ppsValid_ = false;
+    int badMagic_ = 0;       // reads still to carry a bad magic
+    bool statusInRead_ = false;
+    int jesd_ = 0;           // reads still to carry the JESD bit
+    bool adcOverload_ = false;
+    int pendingLoss_ = 0;
+    uint8_t lossCounter_ = 0;
+    bool failNextWrite_ = false;
+    bool shortNextRead_ = false;
+    bool timeOutNextRead_ = false;
+    bool detached_ = false;
+    uint32_t bootVersion_ = 2;
+    bool fpgaLoadFails_ = false;
+    std::map<uint32_t, std::array<uint8_t, 1024>> flash_;  // NOR pages, absent = erased
+};
+
+}  // namespace zr::sim

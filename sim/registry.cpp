@@ -1,0 +1,108 @@
+// Attached instruments and the C interface of the simulator.
+#include "registry.h"
+
+#include <atomic>
+#include <cmath>
+#include <cstring>
+#include <map>
+#include <mutex>
+
+#include "zr_sim.h"
+
+namespace zr::sim {
+
+namespace {
+std::mutex registryMutex;
+std::map<int, std::shared_ptr<Instrument>>& registry() {
+    static std::map<int, std::shared_ptr<Instrument>> instruments;
+    return instruments;
+}
+std::atomic<double> waitScale{1.0};
+
+bool validSerial(int serial) { return serial >= 10000000 && serial <= 99999999; }
+}  // namespace
+
+std::shared_ptr<Instrument> findInstrument(int serial) {
+    std::lock_guard lock(registryMutex);
+    auto it = registry().find(serial);
+    return it == registry().end() ? nullptr : it->second;
+}
+
+}  // namespace zr::sim
+
+using zr::sim::findInstrument;
+
+namespace {
+template <typename F>
+ZrStatus withInstrument(int serial, F&& f) {
+    if (!zr::sim::validSerial(serial)) return zrInvalidParameterErr;
+    auto inst = findInstrument(serial);
+    if (!inst) return zrDeviceNotFoundErr;
+    f(*inst);
+    return zrNoError;
+}
+}  // namespace
+
+extern "C" {
+
+ZrStatus zrSimAttachUSB(ZrDeviceType type, int serial) {
+    // A C caller may pass any int here; look at it as one.
+    int raw;
+    std::memcpy(&raw, &type, sizeof raw);
+    if (raw != zrDeviceTypeMesa1 && raw != zrDeviceTypeMesa2 && raw != zrDeviceTypeRidge2)
+        return zrInvalidParameterErr;
+    if (!zr::sim::validSerial(serial)) return zrInvalidParameterErr;
+    std::lock_guard lock(zr::sim::registryMutex);
+    auto& reg = zr::sim::registry();
+    if (reg.count(serial) != 0) return zrInvalidParameterErr;
+    try {
+        reg.emplace(serial, std::make_shared<zr::sim::Instrument>(static_cast<ZrDeviceType>(raw), serial));
+    } catch (...) {
+        return zrAllocationErr;
+    }
+    return zrNoError;
+}
+
+ZrStatus zrSimDetach(int serial) {
+    if (!zr::sim::validSerial(serial)) return zrInvalidParameterErr;
+    std::shared_ptr<zr::sim::Instrument> inst;
+    {
+        std::lock_guard lock(zr::sim::registryMutex);
+        auto it = zr::sim::registry().find(serial);
+        if (it == zr::sim::registry().end()) return zrDeviceNotFoundErr;
+        inst = std::move(it->second);
+        zr::sim::registry().erase(it);
+    }
+    inst->detach();
+    return zrNoError;
+}
+
+ZrStatus zrSimAddTone(int serial, double freqHz, double powerDbm) {
+    if (!std::isfinite(freqHz) || !std::isfinite(powerDbm) || freqHz < 0.0 || powerDbm > 30.0)
+        return zrInvalidParameterErr;
+    return withInstrument(serial, [&](zr::sim::Instrument& i) { i.addTone(freqHz, powerDbm); });
+}
+
+ZrStatus zrSimClearSignals(int serial) {
+    return withInstrument(serial, [](zr::sim::Instrument& i) { i.clearSignals(); });
+}
+
+ZrStatus zrSimSetNoiseFloor(int serial, double dbmPerHz) {
+    if (!std::isfinite(dbmPerHz) || dbmPerHz > -50.0) return zrInvalidParameterErr;
+    return withInstrument(serial, [&](zr::sim::Instrument& i) { i.setNoiseFloor(dbmPerHz); });
+}
+
+ZrStatus zrSimSetTemperature(int serial, float celsius) {
+    if (!std::isfinite(celsius) || celsius < -40.0f || celsius > 125.0f) return zrInvalidParameterErr;
+    return withInstrument(serial, [&](zr::sim::Instrument& i) { i.setTemperature(celsius); });
+}
+
+ZrStatus zrSimSetWaitScale(double factor) {
+    if (!std::isfinite(factor) || factor < 0.0) return zrInvalidParameterErr;
+    zr::sim::waitScale.store(factor);
+    return zrNoError;
+}
+
+double zrSimGetWaitScale(void) { return zr::sim::waitScale.load(); }
+
+}  // extern "C"
