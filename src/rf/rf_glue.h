@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "calibration/correction_set.h"
 #include "rf/frequency_plan.h"
 #include "transport/command_list.h"
 #include "zr_correction_def.h"
@@ -82,6 +83,9 @@ struct RfState {
 // The one way in for the modes: appends the family's words and sets the
 // request's band and sub-band.
 void tune(RfState& rf, bool ridge, const RfCalibration& cal, CommandList& list, TuneRequest& req);
+
+// What a device's plans hand to the tune.
+using DeviceRfCalibration = CorrectionSetRf<CorrectionSet>;
 
 // List forms of the tunes and fixed lists.
 void tune(CommandList& list, const MesaRfState& state, const RfCalibration& cal, TuneRequest& req);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
@@ -174,6 +175,33 @@ TEST(ImageGlue, CorrectionSetAnswers) {
     EXPECT_EQ(q, 200);
     set.ridge->loftI[0] = -1;  // 0xFFFF: never written
     EXPECT_FALSE(cal.hasLoTables());
+}
+
+TEST(ImageGlue, DeviceCorrectionSetFeedsTheRidgeTune) {
+    resetRidgeMixModeMemory();
+    CorrectionSet set;  // neutral images
+    DeviceRfCalibration cal(set);
+    EXPECT_EQ(cal.loConfig(0, 640), 3);  // neutral loConfig
+    // Band 6 words come from the set's own lookup: LO 4.2039e10 lies
+    // round((4.2039e10 - 4.1015625e10) / 3.90625e7) = 26 steps up.
+    set.ridge->band6Balance[set.tempIndex][26] = 20;
+    set.ridge->band6Gain[set.tempIndex][26] = 3;
+    uint32_t b = 0, g = 0;
+    cal.band6Words(4.2039e10, b, g);
+    EXPECT_EQ(b, 20u);
+    EXPECT_EQ(g, 3u);
+
+    RidgeRfState state;
+    state.calConnected = true;
+    TuneRequest r;
+    r.rfFreq = 4.2e10;
+    r.loFreq = 4.2039e10;
+    Words w;
+    tuneRidge(w, state, cal, r);
+    const MmWaveWords mm = mmWaveWords((4.2039e10 - 3e9) / 4e6, 3, 20);
+    const Words group = {0x04050150, 0x6622E, mm.w1, mm.w2, mm.w3, mm.w4, 1};
+    EXPECT_NE(std::search(w.begin(), w.end(), group.begin(), group.end()), w.end());
+    resetRidgeMixModeMemory();
 }
 
 }  // namespace
