@@ -483,4 +483,65 @@ bool appendRidgeWakeIfPending(Words& out, RidgeRfState& state) {
     return true;
 }
 
+// ---------------------------------------------------------------------------
+// Calibration service groups
+
+namespace {
+std::atomic<bool> gLoCalMode{false};
+}
+
+void setRidgeLoCalMode(bool on) { gLoCalMode = on; }
+bool ridgeLoCalMode() { return gLoCalMode; }
+
+int appendMesaCalLOStep(Words& out, int step) {
+    if (step < 0 || step >= 1024) return -5;
+    const uint32_t s = static_cast<uint32_t>(step);
+    out.insert(out.end(), {header(4, kPort120), 0x4143u, 0x4142u, 4u, 0x101u, 1u});
+    out.insert(out.end(), {header(1, kPort110), 10u, 1u, 54u});
+    appendDds(out, 100.0);
+    out.insert(out.end(), {594u, 1u});
+    out.insert(out.end(), {header(5, kPort140), s > 511 ? 0x1520E3F6u : 0x1500E3F6u, 0x1000u, 0x20C00FBAu,
+                           (0x10000u << (s / 256)) - (s % 256) * 16u + 0x602FFBu, 0x60C00FBAu, 1u});
+    return 0;
+}
+
+void appendRidgeLOForCal(Words& out, int step) {
+    const uint32_t s = static_cast<uint32_t>(step);
+    out.push_back(1u);
+    out.insert(out.end(), {header(3, kPort120), 0x1700u + ((s & 8u) >> 3), 0x1600u + (s & 7u) * 32u,
+                           0x1000u + ((s + 512u) >> 4), 0x4000u});
+    out.insert(out.end(), {header(2, kPort160), 0x180000u, 0x1B7C6Au, 1u});
+    appendVva(out, 25.0f);
+    out.push_back(0x4000u);
+    out.insert(out.end(), {header(1, kPortTiming), 4u, 1u});
+}
+
+void appendRidgeGainCalLOStep(Words& out, const RidgeRfState& state, int step) {
+    double f = (step + 154) * 0.0390625e9;
+    int outSel = 3;
+    if (f > 1.6001e10) {
+        outSel = 4;
+        f /= 2.0;
+    }
+    if (f < 7.999e9) f *= 2.0;
+    // Design note: the switch and filter words are chosen by the frequency
+    // that the LO words program, after halving or doubling.
+    const RidgeOffsetPlan lo = appendRidgeLO(out, state.loTable, state.temperature, f, 1, 0);
+    uint32_t w1;
+    if (outSel == 4)
+        w1 = 3u << 14;
+    else
+        w1 = (f > 1.2299e10 ? 2u : (f > 8.1999e9 ? 1u : 0u)) << 14;
+    uint32_t p;
+    if (f < 8.0001e9) p = 62;
+    else if (f < 9.7501e9) p = 14;
+    else if (f < 1.12501e10) p = 4;
+    else if (f < 1.34001e10) p = 11;
+    else p = 1;
+    uint32_t w2 = ((outSel == 4 ? 0x400000u : 0u) | p) * 2u + (lo.high ? 1u : 0u) + 0x500000u;
+    if (!lo.above) w2 += 0x8000u;
+    out.insert(out.end(), {header(2, kPort170), w1, w2, 1u});
+    out.insert(out.end(), {header(1, kPortTiming), lo.above ? 12u : 4u, 1u});
+}
+
 }  // namespace zr::rf

@@ -58,6 +58,10 @@ bool preselectorAutomatic();
 // Highest frequency at which a plan may switch the preselector in.
 constexpr double kPreselectMaxHz = 6.45e8;
 
+// Whether a plan puts the preselector in the path: the setting is on and
+// the frequency is at or below the preselector's top.
+inline bool preselectorInPath(bool setting, double freq) { return setting && freq <= kPreselectMaxHz; }
+
 int selectPreselectFilter(double freq, int slice);
 
 // Coverage of a sweep slice: lo and hi in 1/32 of the captured band.
@@ -229,5 +233,20 @@ void appendRidgeWake(Words& out);
 // At the end of a configuration: the wake words when a path needs them.
 // Returns whether words were added.
 bool appendRidgeWakeIfPending(Words& out, RidgeRfState& state);
+
+// ---------------------------------------------------------------------------
+// Word groups of the calibration service
+
+// Picks the LO chip table at Ridge start-up; process-wide, off at load.
+void setRidgeLoCalMode(bool on);
+bool ridgeLoCalMode();
+
+// Mesa LO calibration step (sub-band in step / 256, code step % 256):
+// returns -5 for a step of 1024 or more, else 0.
+int appendMesaCalLOStep(Words& out, int step);
+// Ridge LO chip set directly for a calibration step.
+void appendRidgeLOForCal(Words& out, int step);
+// Ridge LO on the 39.0625 MHz grid from 6.015625 GHz for gain calibration.
+void appendRidgeGainCalLOStep(Words& out, const RidgeRfState& state, int step);
 
 }  // namespace zr::rf

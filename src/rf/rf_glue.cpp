@@ -55,6 +55,13 @@ void tune(CommandList& list, RidgeRfState& state, const RfCalibration& cal, Tune
     appendToList(list, w);
 }
 
+void tune(RfState& rf, bool ridge, const RfCalibration& cal, CommandList& list, TuneRequest& req) {
+    if (ridge)
+        tune(list, rf.ridge, cal, req);
+    else
+        tune(list, rf.mesa, cal, req);
+}
+
 bool appendRidgeWakeIfPending(CommandList& list, RidgeRfState& state) {
     Words w;
     if (!appendRidgeWakeIfPending(w, state)) return false;

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "calibration/correction_set.h"
 #include "rf/frequency_plan.h"
 #include "transport/command_list.h"
 #include "zr_correction_def.h"
@@ -72,6 +73,19 @@ public:
 private:
     const Set& set_;
 };
+
+// The RF state a device keeps: both families' planners, one in use.
+struct RfState {
+    MesaRfState mesa;
+    RidgeRfState ridge;
+};
+
+// The one way in for the modes: appends the family's words and sets the
+// request's band and sub-band.
+void tune(RfState& rf, bool ridge, const RfCalibration& cal, CommandList& list, TuneRequest& req);
+
+// What a device's plans hand to the tune.
+using DeviceRfCalibration = CorrectionSetRf<CorrectionSet>;
 
 // List forms of the tunes and fixed lists.
 void tune(CommandList& list, const MesaRfState& state, const RfCalibration& cal, TuneRequest& req);

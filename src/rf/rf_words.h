@@ -170,7 +170,12 @@ struct RidgePathInput {
     int attenIndex = 0;
     uint8_t gainCode = 0;
     double rfFreq = 0;
-    double vcoHz = 0;     // LO chain frequency in the VCO range
+    // LO chain frequency in the VCO range. Design note: the LO filter field
+    // of word F is chosen by this scaled frequency; its steps (8.0001 to
+    // 13.4001 GHz) only make sense inside the 8..16 GHz VCO range, and the
+    // gain-calibration group picks the same field from the frequency it
+    // programs.
+    double vcoHz = 0;
     bool offsetAbove = false;
     bool high = false;
     uint32_t mask = 1;

@@ -75,6 +75,12 @@ TEST_F(Preselector, WalkStopsAtFirstFilterStartingAboveFrequency) {
     EXPECT_EQ(selectPreselectFilter(1.5e8, 3), 6);
 }
 
+TEST_F(Preselector, InPathOnlyWithSettingAndAtOrBelowTop) {
+    EXPECT_TRUE(preselectorInPath(true, 6.45e8));
+    EXPECT_FALSE(preselectorInPath(true, 6.45e8 + 1));
+    EXPECT_FALSE(preselectorInPath(false, 1e8));
+}
+
 TEST_F(Preselector, ForcedFilterAndInvalidRequests) {
     EXPECT_EQ(adminSetPreselectorFilter(11), 0);
     EXPECT_TRUE(preselectorAutomatic());

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
@@ -57,6 +58,24 @@ TEST(ListGlue, TuneIntoListMatchesWords) {
     EXPECT_EQ(wake.writePos(), 63 * 4);
     EXPECT_EQ(wake.wordAt(0), 0x04020170u);
     EXPECT_FALSE(appendRidgeWakeIfPending(wake, ridge));
+}
+
+TEST(ListGlue, DeviceTuneDispatchesByFamily) {
+    resetRidgeMixModeMemory();
+    auto rf = std::make_unique<RfState>();
+    NoRfCalibration cal;
+    TuneRequest m;
+    m.rfFreq = 1e10;
+    m.loFreq = 1.0039e10;
+    TuneRequest r = m;
+    CommandList ml, rl;
+    tune(*rf, false, cal, ml, m);
+    tune(*rf, true, cal, rl, r);
+    EXPECT_EQ(m.band, 2);  // Mesa: LO above 6.2e9
+    EXPECT_EQ(r.band, 3);  // Ridge: LO above 6.2e9 is band 3
+    EXPECT_EQ(ml.wordAt(0), 0x04040150u);  // Mesa path words first
+    EXPECT_EQ(rl.wordAt(0), 0x04070120u);  // Ridge LO chip words first
+    EXPECT_EQ(rf->ridge.band, 3);
 }
 
 TEST(ImageGlue, CbbColumnsReplaceTheLoTable) {
@@ -156,6 +175,33 @@ TEST(ImageGlue, CorrectionSetAnswers) {
     EXPECT_EQ(q, 200);
     set.ridge->loftI[0] = -1;  // 0xFFFF: never written
     EXPECT_FALSE(cal.hasLoTables());
+}
+
+TEST(ImageGlue, DeviceCorrectionSetFeedsTheRidgeTune) {
+    resetRidgeMixModeMemory();
+    CorrectionSet set;  // neutral images
+    DeviceRfCalibration cal(set);
+    EXPECT_EQ(cal.loConfig(0, 640), 3);  // neutral loConfig
+    // Band 6 words come from the set's own lookup: LO 4.2039e10 lies
+    // round((4.2039e10 - 4.1015625e10) / 3.90625e7) = 26 steps up.
+    set.ridge->band6Balance[set.tempIndex][26] = 20;
+    set.ridge->band6Gain[set.tempIndex][26] = 3;
+    uint32_t b = 0, g = 0;
+    cal.band6Words(4.2039e10, b, g);
+    EXPECT_EQ(b, 20u);
+    EXPECT_EQ(g, 3u);
+
+    RidgeRfState state;
+    state.calConnected = true;
+    TuneRequest r;
+    r.rfFreq = 4.2e10;
+    r.loFreq = 4.2039e10;
+    Words w;
+    tuneRidge(w, state, cal, r);
+    const MmWaveWords mm = mmWaveWords((4.2039e10 - 3e9) / 4e6, 3, 20);
+    const Words group = {0x04050150, 0x6622E, mm.w1, mm.w2, mm.w3, mm.w4, 1};
+    EXPECT_NE(std::search(w.begin(), w.end(), group.begin(), group.end()), w.end());
+    resetRidgeMixModeMemory();
 }
 
 }  // namespace
