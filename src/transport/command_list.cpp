@@ -319,15 +319,4 @@ void AppendMesaStandby(CommandList& list) {
     list.AppendWord(144);
 }
 
-void AppendRidgeWake(CommandList& list) {
-    const uint32_t words[3] = {cmd::registerWord(2, 0x0170), 0x03000007, 0x60F00000};
-    list.AppendWords(words, 3);
-    for (int i = 0; i < 60; ++i) list.AppendWord(30000);
-}
-
-int wakeTemperatureSetting(int temperatureIndex, float fraction) {
-    int s = temperatureIndex + (fraction >= 0.5f ? 1 : 0);
-    return std::clamp(s, 0, 10);
-}
-
 }  // namespace zr

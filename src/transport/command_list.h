@@ -107,13 +107,11 @@ int decimationTapCount(int stage);
 void AppendDecimationTaps(CommandList& list, int stage, const double* taps);
 void AppendNetworkFlush(CommandList& list);
 
-// Wake and standby. The Mesa wake list ends with the synthesizer words for
-// 3906.25 MHz, which the RF code appends after AppendMesaWake.
+// Mesa wake and standby. The wake list ends with the synthesizer words for
+// 3906.25 MHz, which the RF code appends after AppendMesaWake; the Ridge
+// wake and shutdown words are the RF code's too.
 void AppendMesaWake(CommandList& list);
 void AppendMesaStandby(CommandList& list);
-void AppendRidgeWake(CommandList& list);
-// The temperature setting the Mesa wake synthesizer words carry.
-int wakeTemperatureSetting(int temperatureIndex, float fraction);
 
 // ---- Helpers on the transport; slot 0 throughout. ----
 

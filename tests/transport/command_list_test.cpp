@@ -361,18 +361,6 @@ TEST(FixedShapes, WakeAndStandbyLists) {
     EXPECT_EQ(wordsFrom(standby, 0),
               (std::vector<uint32_t>{0x04010034, 0, 0x04040150, 0x000FC019, 0x54000A20, 0x30181700, 0x002A0055,
                                      1, 0x04020110, 164, 164, 1, 0x04010034, 0x01000008, 1, 144}));
-
-    CommandList ridge;
-    AppendRidgeWake(ridge);
-    auto r = wordsFrom(ridge, 0);
-    ASSERT_EQ(r.size(), 63u);
-    EXPECT_EQ(r[0], 0x04020170u);
-    EXPECT_EQ(r[62], 30000u);
-
-    EXPECT_EQ(wakeTemperatureSetting(3, 0.49f), 3);
-    EXPECT_EQ(wakeTemperatureSetting(3, 0.5f), 4);
-    EXPECT_EQ(wakeTemperatureSetting(10, 0.7f), 10);
-    EXPECT_EQ(wakeTemperatureSetting(-2, 0.0f), 0);
 }
 
 TEST(StatusBlockLayout, FieldsReadFromWireBytes) {
