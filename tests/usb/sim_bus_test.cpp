@@ -355,3 +355,58 @@ TEST_F(SimBus, GpsFixAndTimeFromTheInstrumentsReceiver) {
     EXPECT_FALSE(dev.gps.locked);
     deviceTable[handle] = nullptr;
 }
+
+TEST_F(SimBus, ShortAndTimedOutReadsAreNotGoodAndTheStatusSticks) {
+    auto inst = plug(zrDeviceTypeMesa2, 42000400);
+    ASSERT_EQ(BootToRun(42000400), zrNoError);
+    auto t = open(42000400);
+    ASSERT_TRUE(t);
+    CommandList status;
+    status.AppendStatusWord();
+
+    inst->timeOutNextRead();
+    ASSERT_TRUE(SendCommandList(*t, status));
+    const auto start = std::chrono::steady_clock::now();
+    t->BeginRead(2, 8192, 50);
+    TransferResult r = t->FinishRead(2);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 3s);
+    EXPECT_EQ(r.failed, 1);
+    EXPECT_EQ(r.requested, 8192u);
+    EXPECT_EQ(t->status, zrConnectionLostErr);
+    // The aborted slot is usable again at once.
+    t->BeginRead(2, 8192, 1000);
+    EXPECT_TRUE(t->FinishRead(2).good());
+
+    inst->shortNextRead();
+    ASSERT_TRUE(SendCommandList(*t, status));
+    t->BeginRead(0, 8192, 1000);
+    r = t->FinishRead(0);
+    EXPECT_EQ(r.failed, 0);
+    EXPECT_EQ(r.transferred, 8191u);
+    EXPECT_FALSE(r.good());
+    EXPECT_EQ(t->status, zrConnectionLostErr);
+}
+
+TEST_F(SimBus, FailedWriteAndHostileSlotsReportWithoutCrashing) {
+    auto inst = plug(zrDeviceTypeMesa2, 42000401);
+    ASSERT_EQ(BootToRun(42000401), zrNoError);
+    auto t = open(42000401);
+    ASSERT_TRUE(t);
+    std::vector<uint8_t> block(2048, 1);
+    for (int slot : {-1, 32, 1 << 30}) {
+        t->BeginWrite(slot, block.data());
+        EXPECT_EQ(t->FinishWrite(slot).failed, 1);
+        t->BeginRead(slot, 8192, 10);
+        EXPECT_EQ(t->FinishRead(slot).failed, 1);
+    }
+    t->BeginRead(0, DeviceInterface::kReadBufferSize + 1, 10);
+    EXPECT_EQ(t->FinishRead(0).failed, 1);
+    EXPECT_EQ(t->FinishRead(5).failed, 1);  // never begun: fails instead of waiting
+
+    auto other = open(42000401);  // a second link: the first one is already marked lost
+    ASSERT_TRUE(other);
+    inst->failNextWrite();
+    other->BeginWrite(0, block.data());
+    EXPECT_EQ(other->FinishWrite(0).failed, 1);
+    EXPECT_EQ(other->status, zrConnectionLostErr);
+}
