@@ -1,4 +1,5 @@
 #include "api/services.h"
+#include "sweep/sweep_mode.h"
 
 #include <cmath>
 #include <cstring>
@@ -107,10 +108,7 @@ void decodeStatus(ZrDevice& dev, const uint8_t* b, bool gpsFlag, bool skipGPS) {
     decodeStatusGps(dev, b, gpsFlag, skipGPS, dev.corrections.GetTimebaseOffset());
 }
 
-bool sweepInProgress(const ZrDevice& dev) {
-    // No sweep engine keeps a queue yet, so nothing can be in flight.
-    return false;
-}
+bool sweepInProgress(const ZrDevice& dev) { return sweepQueueBusy(dev); }
 
 bool idleGate(const ZrDevice& dev) { return dev.currentMode == zrModeIdle; }
 

@@ -1,0 +1,33 @@
+#pragma once
+// The sweeping mode as the rest of the library sees it: zrConfigure hands
+// over here, the stop sequence drains and deletes through here, and the
+// status refresh asks whether a sweep is in flight. Each of the three sweep
+// engines answers the same calls; the exports pick the engine that exists.
+
+#include <cstdint>
+
+#include "zr_api.h"
+
+namespace zr {
+
+struct ZrDevice;
+class EngineSweepController;
+class EngineSweepNarrow;
+class EngineSweepFast;
+
+// zrConfigure's sweeping branch: engine choice, plan, engine stored in the
+// device. The device is idle with no engine when this is called.
+ZrStatus configureSweeping(ZrDevice& dev);
+
+// First step of the stop sequence: queued sweeps of the controller complete,
+// those of the fast engine are finished and discarded.
+void drainSweeps(ZrDevice& dev);
+
+// Deletes whichever sweep engines exist (controller, narrow, fast, in that
+// order) and clears their pointers.
+void deleteSweepEngines(ZrDevice& dev);
+
+// A queue position started and not yet finished.
+bool sweepQueueBusy(const ZrDevice& dev);
+
+}  // namespace zr
