@@ -30,4 +30,23 @@ void deleteSweepEngines(ZrDevice& dev);
 // A queue position started and not yet finished.
 bool sweepQueueBusy(const ZrDevice& dev);
 
+// Plans: each computes its derived fields, builds its lists and stores its
+// engine in the device; the status is the plan's (0, a warning, or an error
+// with no engine left behind).
+ZrStatus planSweepController(ZrDevice& dev);
+ZrStatus planSweepFast(ZrDevice& dev);
+ZrStatus planSweepNarrow(ZrDevice& dev);
+
+// The fast and narrow engines behind the sweep exports. Their status rules
+// differ from the controller's, so each answers for itself.
+ZrStatus startSweep(EngineSweepFast& engine, int position);
+ZrStatus finishSweep(EngineSweepFast& engine, int position, float* sweepMin, float* sweepMax, int64_t* timestamp);
+ZrStatus getSweep(EngineSweepFast& engine, float* sweepMin, float* sweepMax, int64_t* timestamp);
+void drainSweeps(EngineSweepFast& engine);
+bool sweepQueueBusy(const EngineSweepFast& engine);
+void destroyEngine(EngineSweepFast* engine);
+
+ZrStatus finishSweep(EngineSweepNarrow& engine, float* sweepMin, float* sweepMax, int64_t* timestamp);
+void destroyEngine(EngineSweepNarrow* engine);
+
 }  // namespace zr
