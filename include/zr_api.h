@@ -589,6 +589,19 @@ ZR_EXPORT ZrStatus zrGetGPSInfo(int device, ZrBool refresh, ZrBool* updated, int
 /* Raw bytes for the GPS receiver, 1 to 1020, in zrModeIdle. */
 ZR_EXPORT ZrStatus zrWriteToGPS(int device, const uint8_t* data, int length);
 
+/* ---- Opening, closing and modes ----
+ * An open brings the instrument to a running, calibrated, idle state and
+ * stores a handle (0..8). zrUpdateAPI and zrInvalidCalData are warnings:
+ * the handle is valid. zrConfigure stops whatever runs and enters a mode;
+ * zrAbort leaves the device idle. */
+ZR_EXPORT ZrStatus zrOpenDevice(int* device);
+ZR_EXPORT ZrStatus zrOpenDeviceBySerial(int* device, int serial);
+ZR_EXPORT ZrStatus zrCloseDevice(int device);
+ZR_EXPORT ZrStatus zrPreset(int device);
+ZR_EXPORT ZrStatus zrConfigure(int device, ZrMode mode);
+ZR_EXPORT ZrStatus zrAbort(int device);
+ZR_EXPORT ZrStatus zrGetCurrentMode(int device, ZrMode* mode);
+
 #ifdef __cplusplus
 }
 #endif
