@@ -40,6 +40,7 @@ EngineSweepController::EngineSweepController(ZrDevice& device, const ZrSweepSett
     ring_ = static_cast<cf32*>(dspMalloc(size_t(ringCapacity_) * sizeof(cf32)));
     if (!ring_) throw std::bad_alloc();
     try {
+        stepDone_.assign(size_t(ringCapacity_ / stepSamples_), 0);
         pageQueue_.resize(size_t(kSweepPositions) * commandList_.blockCount());
         const auto& d = commandList_.dataWordCounts();
         const auto& st = commandList_.statusWordCounts();
@@ -138,7 +139,7 @@ ZrStatus EngineSweepController::finishSweep(int position, float* sweepMin, float
     if (sweepMax) std::memcpy(sweepMax, pos.maxTrace.data() + plan_.startBin, size_t(count) * sizeof(float));
     if (timestamp) *timestamp = int64_t(pos.timestamp);
 
-    if (transport_ && transport_->status != 0) return ZrStatus(transport_->status);
+    if (const int32_t lost = transport_ ? transport_->statusNow() : 0) return ZrStatus(lost);
 
     ZrStatus warning = zrNoError;
     if (pos.cpuFlag) warning = zrCPULimited;
@@ -160,7 +161,7 @@ void EngineSweepController::drain() {
     for (SweepPosition& pos : positions_) {
         if (!pos.active.load()) continue;
         pos.doneEvent.wait();
-        if (!transport_ || transport_->status == 0) {
+        if (!transport_ || transport_->statusNow() == 0) {
             pos.active = 0;
             pos.nextStep = 0;
         }
@@ -376,7 +377,7 @@ void EngineSweepController::workThread(int t) {
         proc.processPass(ring_ + offset, min1, max1);
         if (plan_.passes == 2)
             proc.processPass(ring_ + offset + plan_.blocksPerStep * kCaptureBlockSamples, min2, max2);
-        ringUsed_ -= stepSamples_;
+        releaseStep(offset);
         if (plan_.passes == 2) proc.mergePasses(max1, min1, max2, min2, 0, n);
         applyStepGain(plan_.steps[size_t(step)], settings_.scale, min1, max1, n);
         dspCopy(min1, pos.minTrace.data() + size_t(step) * n, n);
@@ -385,6 +386,16 @@ void EngineSweepController::workThread(int t) {
             compact(pos);
             partDone(pos);
         }
+    }
+}
+
+void EngineSweepController::releaseStep(int32_t offset) {
+    std::lock_guard lock(releaseLock_);
+    stepDone_[size_t(offset / stepSamples_)] = 1;
+    while (stepDone_[releaseSlot_]) {
+        stepDone_[releaseSlot_] = 0;
+        releaseSlot_ = (releaseSlot_ + 1) % stepDone_.size();
+        ringUsed_ -= stepSamples_;
     }
 }
 

@@ -91,6 +91,7 @@ private:
     void workThread(int t);
     void distribute(const uint8_t* data, uint32_t bytes);
     void compact(SweepPosition& pos);
+    void releaseStep(int32_t offset);
     static void partDone(SweepPosition& pos);
 
     ZrDevice* device_;
@@ -103,6 +104,12 @@ private:
     int64_t ringCapacity_ = 0;
     int32_t stepSamples_ = 0;
     std::atomic<int32_t> ringRead_{0}, ringWrite_{0}, ringUsed_{0}, blocksReady_{0};
+    // Steps finish out of order, but ring space frees only from the oldest
+    // claimed step on: a younger step's release must not let the USB thread
+    // write over an older step that is still being read.
+    std::mutex releaseLock_;
+    std::vector<uint8_t> stepDone_;  // per ring slot of one step
+    size_t releaseSlot_ = 0;
     Event dataEvent_;
 
     // Command pages waiting for the USB thread: a ring sized for every page

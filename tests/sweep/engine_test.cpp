@@ -20,6 +20,14 @@
 namespace zr {
 namespace {
 
+bool underSanitizer() {
+#ifdef ZR_SANITIZER_BUILD
+    return true;
+#else
+    return false;
+#endif
+}
+
 class SweepEngine : public ::testing::Test {
 protected:
     static constexpr int kSerial = 10004242;
@@ -128,17 +136,19 @@ TEST_F(SweepEngine, ToneLandsInItsBin) {
 }
 
 TEST_F(SweepEngine, CablePullEndsTheSweepWithConnectionLost) {
-    // Sixteen full-span sweeps at the instrument's pace, the cable pulled
-    // while they are in flight.
+    // Four full-span sweeps at the instrument's pace (about 60 ms each), the
+    // cable pulled while they are in flight.
     sim::findInstrument(kSerial)->setPaced(true);
     configure(1.03e10, 2.05e10, 3e4);
-    for (int p = 0; p < 16; ++p) ASSERT_EQ(zrStartSweep(handle, p), zrNoError);
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    for (int p = 0; p < 4; ++p) ASSERT_EQ(zrStartSweep(handle, p), zrNoError);
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
     ASSERT_EQ(zrSimDetach(kSerial), zrNoError);
     const auto t0 = std::chrono::steady_clock::now();
-    for (int p = 15; p >= 0; --p)
+    for (int p = 3; p >= 0; --p)
         EXPECT_EQ(zrFinishSweep(handle, p, minTrace.data(), maxTrace.data(), nullptr), zrConnectionLostErr) << p;
-    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(4));
+    // The rest of the queue is processed from zeros at the host's speed,
+    // which a sanitizer slows by an order of magnitude.
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(underSanitizer() ? 40 : 4));
     // The failed positions stay taken until the next configuration.
     EXPECT_EQ(zrStartSweep(handle, 0), zrInvalidSweepPositionErr);
     EXPECT_EQ(zrCloseDevice(handle), zrNoError);
