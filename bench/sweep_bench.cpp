@@ -74,6 +74,13 @@ struct OpenedSim {
     }
 };
 
+void setSweep(zr::ZrDevice& dev, double centre, double span, double rbw) {
+    dev.sweep.speed = zrSweepSpeedNormal;
+    dev.sweep.center = centre;
+    dev.sweep.span = span;
+    dev.sweep.rbw = dev.sweep.vbw = rbw;
+}
+
 // Full span, 100 kHz to 20.6 GHz, at one RBW.
 void BM_FullSpanSweep(benchmark::State& state) {
     OpenedSim sim;
@@ -115,10 +122,7 @@ void BM_FullSpanOnSimTransport(benchmark::State& state) {
     inst->setRunning(true);
     inst->setPaced(false);
     zr::ZrDevice dev(std::make_unique<zr::sim::SimTransport>(inst));
-    dev.sweep.speed = zrSweepSpeedNormal;
-    dev.sweep.center = 1.03e10;
-    dev.sweep.span = 2.05e10;
-    dev.sweep.rbw = dev.sweep.vbw = double(state.range(0));
+    setSweep(dev, 1.03e10, 2.05e10, double(state.range(0)));
     zr::SweepPlan plan;
     zr::CommandList list;
     zr::buildControllerPlan(dev, plan, list);
@@ -146,10 +150,7 @@ BENCHMARK(BM_FullSpanOnSimTransport)->Arg(1000000)->Arg(100000)->Arg(30000)->Arg
 // on one thread; the engine runs two of these.
 void BM_StepProcessing(benchmark::State& state) {
     zr::ZrDevice dev(nullptr);
-    dev.sweep.speed = zrSweepSpeedNormal;
-    dev.sweep.center = 1e9;
-    dev.sweep.span = 2e8;
-    dev.sweep.rbw = dev.sweep.vbw = double(state.range(0));
+    setSweep(dev, 1e9, 2e8, double(state.range(0)));
     zr::SweepPlan plan;
     zr::CommandList list;
     zr::buildControllerPlan(dev, plan, list);

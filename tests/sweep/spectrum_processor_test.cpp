@@ -133,31 +133,26 @@ TEST(SpectrumProcessor, Detectors) {
 }
 
 TEST(SpectrumProcessor, ConversionsToScaleAndUnits) {
-    const SweepPlan p = planOf(32, 32, 1, 1.0);
-    std::vector<float> x(32);
-    // Log video on the linear scale: -46.9897 dB is 1 mV.
-    SpectrumProcessor logLin(settingsOf(zrDetectorAverage, zrVideoLog, zrScaleLin, zrWindowRect), p);
-    std::fill(x.begin(), x.end(), -46.9897f);
-    logLin.convert(x.data());
-    EXPECT_NEAR(x[5], 1.0f, 1e-5f);
-    // Voltage: dB of its square; millivolts against 223.6 mV full scale.
-    SpectrumProcessor voltLog(settingsOf(zrDetectorAverage, zrVideoVoltage, zrScaleLog, zrWindowRect), p);
-    std::fill(x.begin(), x.end(), 0.1f);
-    voltLog.convert(x.data());
-    EXPECT_NEAR(x[0], -20.0f, 1e-4f);
-    SpectrumProcessor voltLin(settingsOf(zrDetectorAverage, zrVideoVoltage, zrScaleLin, zrWindowRect), p);
-    std::fill(x.begin(), x.end(), 0.5f);
-    voltLin.convert(x.data());
-    EXPECT_NEAR(x[0], 111.8f, 1e-3f);
-    // Power: dB, or the root in millivolts.
-    SpectrumProcessor powLog(settingsOf(zrDetectorAverage, zrVideoPower, zrScaleLog, zrWindowRect), p);
-    std::fill(x.begin(), x.end(), 0.01f);
-    powLog.convert(x.data());
-    EXPECT_NEAR(x[0], -20.0f, 1e-4f);
-    SpectrumProcessor powLin(settingsOf(zrDetectorAverage, zrVideoPower, zrScaleLin, zrWindowRect), p);
-    std::fill(x.begin(), x.end(), 0.25f);
-    powLin.convert(x.data());
-    EXPECT_NEAR(x[0], 111.8f, 1e-3f);
+    struct Case {
+        ZrVideoUnits units;
+        ZrScale scale;
+        float in, out;
+    };
+    const Case cases[] = {
+        {zrVideoLog, zrScaleLin, -46.9897f, 1.0f},    // 1 mV
+        {zrVideoLog, zrScaleLog, -12.0f, -12.0f},
+        {zrVideoVoltage, zrScaleLog, 0.1f, -20.0f},   // dB of the square
+        {zrVideoVoltage, zrScaleLin, 0.5f, 111.8f},   // against 223.6 mV full scale
+        {zrVideoPower, zrScaleLog, 0.01f, -20.0f},
+        {zrVideoPower, zrScaleLin, 0.25f, 111.8f},    // the root in millivolts
+        {zrVideoSample, zrScaleLog, 0.01f, -20.0f},
+    };
+    for (const Case& c : cases) {
+        SpectrumProcessor p(settingsOf(zrDetectorAverage, c.units, c.scale, zrWindowRect), planOf(32, 32, 1, 1.0));
+        std::vector<float> x(32, c.in);
+        p.convert(x.data());
+        EXPECT_NEAR(x[7], c.out, 1e-3f) << "units " << c.units << " scale " << c.scale;
+    }
 }
 
 TEST(SpectrumProcessor, SpurMergeSumsOnlyNeighboursInsideTheRange) {
