@@ -62,6 +62,19 @@ protected:
     std::vector<float> minTrace, maxTrace;
 };
 
+TEST_F(SweepEngine, WorkedExampleThroughTheInterface) {
+    zrSetSweepWindow(handle, zrWindowFlatTop);
+    configure(1e9, 2e8, 1e5, 1e-3);
+    double rbw = 0.0, vbw = 0.0;
+    ASSERT_EQ(zrGetSweepParameters(handle, &rbw, &vbw, nullptr, nullptr, nullptr), zrNoError);
+    EXPECT_NEAR(rbw, 100058.386, 1e-3);
+    EXPECT_EQ(vbw, 1e5);
+    EXPECT_DOUBLE_EQ(start, 9e8);
+    EXPECT_DOUBLE_EQ(bin, 24414.0625);
+    EXPECT_EQ(length, 8192);
+    EXPECT_EQ(zrGetSweep(handle, minTrace.data(), maxTrace.data(), nullptr), zrNoError);
+}
+
 TEST_F(SweepEngine, QueuePositions) {
     configure(1e9, 2e8, 1e5);
     int64_t ts = -1;
