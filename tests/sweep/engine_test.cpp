@@ -101,6 +101,7 @@ TEST_F(SweepEngine, QueuePositions) {
     for (int p = 0; p < 16; ++p) ASSERT_EQ(zrStartSweep(handle, p), zrNoError);
     for (int p = 15; p >= 0; --p) EXPECT_EQ(zrFinishSweep(handle, p, minTrace.data(), nullptr, nullptr), zrNoError);
     EXPECT_EQ(zrGetSweep(handle, minTrace.data(), maxTrace.data(), nullptr), zrNoError);
+    EXPECT_EQ(sim::findInstrument(kSerial)->unknownWords(), 0u);
 }
 
 TEST_F(SweepEngine, AbortWaitsForSweepsInFlight) {
@@ -146,6 +147,33 @@ TEST_F(SweepEngine, ToneLandsInItsBin) {
     const auto peak = std::max_element(maxTrace.begin(), maxTrace.end()) - maxTrace.begin();
     EXPECT_NEAR(start + double(peak) * bin, tone, bin);
     EXPECT_GT(maxTrace[size_t(peak)], maxTrace[0] + 40.0f);
+}
+
+// The Ridge family's tune and its millimetre-wave wake through a sweep
+// that crosses all of its bands.
+TEST(SweepEngineRidge, SweepAcrossAllBands) {
+    test::TempFolder folder;
+    test::Watchdog dog{std::chrono::seconds(60)};
+    ASSERT_EQ(zrSetDataFolder(folder.str().c_str()), zrNoError);
+    zrSimSetWaitScale(0.0);
+    const int serial = 20004242;
+    ASSERT_EQ(zrSimAttachUSB(zrDeviceTypeRidge2, serial), zrNoError);
+    int h = -1;
+    ASSERT_GE(zrOpenDeviceBySerial(&h, serial), zrNoError);
+    sim::findInstrument(serial)->setPaced(false);
+    zrSetSweepSpeed(h, zrSweepSpeedNormal);
+    zrSetSweepStartStop(h, 1e7, 4.4e10);
+    zrSetSweepCoupling(h, 1e6, 1e6, 0.0);
+    ASSERT_EQ(zrConfigure(h, zrModeSweeping), zrNoError);
+    int length = 0;
+    zrGetSweepParameters(h, nullptr, nullptr, nullptr, nullptr, &length);
+    std::vector<float> trace(static_cast<size_t>(length));
+    EXPECT_EQ(zrGetSweep(h, nullptr, trace.data(), nullptr), zrNoError);
+    EXPECT_TRUE(std::all_of(trace.begin(), trace.end(), [](float v) { return std::isfinite(v); }));
+    EXPECT_EQ(sim::findInstrument(serial)->unknownWords(), 0u);
+    EXPECT_EQ(zrCloseDevice(h), zrNoError);
+    zrSimDetach(serial);
+    zrSimSetWaitScale(1.0);
 }
 
 TEST_F(SweepEngine, CablePullEndsTheSweepWithConnectionLost) {
