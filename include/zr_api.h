@@ -589,6 +589,30 @@ ZR_EXPORT ZrStatus zrGetGPSInfo(int device, ZrBool refresh, ZrBool* updated, int
 /* Raw bytes for the GPS receiver, 1 to 1020, in zrModeIdle. */
 ZR_EXPORT ZrStatus zrWriteToGPS(int device, const uint8_t* data, int length);
 
+/* ---- Opening, closing and modes ----
+ * An open brings the instrument to a running, calibrated, idle state and
+ * stores a handle (0..8). zrUpdateAPI and zrInvalidCalData are warnings:
+ * the handle is valid. zrConfigure stops whatever runs and enters a mode;
+ * zrAbort leaves the device idle. */
+ZR_EXPORT ZrStatus zrOpenDevice(int* device);
+ZR_EXPORT ZrStatus zrOpenDeviceBySerial(int* device, int serial);
+ZR_EXPORT ZrStatus zrCloseDevice(int device);
+ZR_EXPORT ZrStatus zrPreset(int device);
+ZR_EXPORT ZrStatus zrConfigure(int device, ZrMode mode);
+ZR_EXPORT ZrStatus zrAbort(int device);
+ZR_EXPORT ZrStatus zrGetCurrentMode(int device, ZrMode* mode);
+
+/* ---- Sweep data (declared ahead of the sweep engines for the zr tool) ----
+ * In zrModeSweeping: zrGetSweep starts a sweep at queue position 0 and waits
+ * for it. The traces hold sweepLength values (zrGetSweepParameters), bin i
+ * at actualStartFreq + i * binSize; either trace may be null. timestamp:
+ * nanoseconds since 1970. zrStartSweep/zrFinishSweep queue up to 16 sweeps
+ * at positions 0..15. */
+ZR_EXPORT ZrStatus zrGetSweep(int device, float* sweepMin, float* sweepMax, int64_t* timestamp);
+ZR_EXPORT ZrStatus zrStartSweep(int device, int position);
+ZR_EXPORT ZrStatus zrFinishSweep(int device, int position, float* sweepMin, float* sweepMax,
+                                 int64_t* timestamp);
+
 #ifdef __cplusplus
 }
 #endif
