@@ -194,7 +194,7 @@ Image renderPlot(const PlotInput& in, PlotGeometry* geometryOut) {
             std::snprintf(level, sizeof level, "%.1f dBm", p.level);
             const std::string label = formatFrequency(p.frequency) + "  " + level;
             const int w = textWidth(label, 1);
-            const int lx = std::clamp(x + 8, g.left + 2, g.right - 2 - w);
+            const int lx = std::clamp(x + 12, g.left + 2, g.right - 2 - w);
             img.text(lx, std::max(g.top + 2, y - 16), label, kMarkerColor);
         }
     }
