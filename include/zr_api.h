@@ -558,6 +558,9 @@ ZR_EXPORT ZrStatus zrGetSFPDiagnostics(int device, float* temperature, float* vo
                                        float* rxPower);
 /* degC, held to 10..90 silently */
 ZR_EXPORT ZrStatus zrSetFanThreshold(int device, int celsius);
+/* Ridge models with IF output entries in their calibration: routes the RF
+ * at `frequency` (24 to 43.5 GHz) to the IF output port; idle only. */
+ZR_EXPORT ZrStatus zrSetIFOutput(int device, double frequency);
 ZR_EXPORT ZrStatus zrGetFanThreshold(int device, int* celsius);
 /* Seconds since 1970 of the newest of the calibration and timebase entries
  * in use; 0xFFFFFFFF for an instrument without corrections. */

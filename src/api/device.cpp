@@ -1,5 +1,7 @@
 #include "api/device.h"
 
+#include "platform/data_folder.h"
+
 namespace zr {
 
 namespace {
@@ -57,6 +59,36 @@ ZrDevice::ZrDevice(std::unique_ptr<DeviceInterface> t) : transport(std::move(t))
     // Whatever the transport read from cache or flash replaces the neutral
     // tables; an instrument without corrections measures uncorrected.
     corrections.LoadFromTransportImage(transport ? transport->image.data() : nullptr, ridge());
+    if (!transport) return;
+    const uint8_t* image = transport->image.data();
+    const uint16_t* history = nullptr;
+    const uint64_t* dates = nullptr;
+    if (ridge()) {
+        const auto* r = reinterpret_cast<const RidgeCalData*>(image);
+        rf::loadCbbColumns(rf.ridge, *r);
+        history = r->timebaseValue;
+        dates = r->timebaseDate;
+    } else {
+        const auto* m = reinterpret_cast<const MesaCalData*>(image);
+        rf::buildMesaRfState(rf.mesa, *m);
+        history = m->timebaseValue;
+        dates = m->timebaseDate;
+    }
+    loadCoarseTimebase(history, dates);
+}
+
+void ZrDevice::loadCoarseTimebase(const uint16_t* history, const uint64_t* dates) {
+    // The factory history's last entry is where the oscillator was trimmed;
+    // a GPS-steered value remembered on disk wins only when it is newer.
+    uint64_t date = 0;
+    for (int i = 0; i < ZR_CAL_TIMEBASE_ENTRIES && history[i] != 0xFFFF; ++i) {
+        coarseTune = history[i];
+        date = dates[i];
+    }
+    if (readTimebaseFile(calFilesFolder(), serialNumber, storedTimebase) &&
+        static_cast<uint64_t>(storedTimebase.timeSeconds) > date)
+        coarseTune = storedTimebase.tune;
+    timebaseTuned = coarseTune;
 }
 
 // Engines are stopped and deleted by the mode layer before a device is

@@ -12,6 +12,7 @@
 #include "calibration/correction_set.h"
 #include "gps/gps_receiver.h"
 #include "gps/timebase_file.h"
+#include "rf/rf_glue.h"
 #include "transport/command_list.h"
 #include "transport/device_interface.h"
 
@@ -169,8 +170,8 @@ struct ZrDevice {
     GpsReceiver gps;
     GpsPulseReader gpsPulses;
     StoredTimebase storedTimebase;
-    uint16_t coarseTune = 0;
-    uint16_t timebaseTuned = 0;
+    uint16_t coarseTune = 0x8000;
+    uint16_t timebaseTuned = 0x8000;
     uint8_t timebaseDisciplined = 0;
     uint8_t firmwareDiscipline = 0;
 
@@ -194,6 +195,11 @@ struct ZrDevice {
     // Working calibration: neutral until the open path loads the
     // instrument's corrections.
     CorrectionSet corrections;
+
+    // Both families' RF planners (one in use) and the admin overrides that
+    // configuration must not undo.
+    rf::RfState rf;
+    rf::RidgeOverrides rfOverrides;
 
     // Level: applies to every mode.
     int32_t attenuator = -1;  // -1 automatic, 0..6 in 5 dB steps
@@ -255,6 +261,12 @@ struct ZrDevice {
     bool disciplinesTimebaseInFirmware() const;
     bool allowsWriteToGPS() const;
     bool allowsFullBandTrigger() const;
+
+    // Coarse timebase from the record's history and the timebase cache.
+    void loadCoarseTimebase(const uint16_t* history, const uint64_t* dates);
+
+    // The calibration answers the RF planners need, over `corrections`.
+    rf::DeviceRfCalibration rfCalibration() const { return rf::DeviceRfCalibration(corrections); }
 };
 
 }  // namespace zr

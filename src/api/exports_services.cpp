@@ -279,6 +279,25 @@ ZR_EXPORT ZrStatus zrSetFanThreshold(int device, int celsius) {
     });
 }
 
+ZR_EXPORT ZrStatus zrSetIFOutput(int device, double frequency) {
+    return withDevice(device, [&](ZrDevice& d) {
+        if (!d.ridge()) return zrInvalidDeviceErr;
+        if (!idleGate(d)) return zrInvalidConfigurationErr;
+        if (!(frequency >= 24e9 && frequency <= 43.5e9)) return zrInvalidParameterErr;
+        if (!d.hasIFOutput) return zrInvalidDeviceErr;
+        rf::Words words;
+        rf::tuneIFOutput(words, d.rf.ridge, d.rfCalibration(), frequency,
+                         rf::attenIndexFor(d.attenuator, d.refLevel));
+        CommandList list;
+        rf::appendToList(list, words);
+        list.AppendWord(cmd::kPad);
+        // The port is set up whatever the link did; a failed send shows at
+        // the next data call.
+        sendList(d, list);
+        return zrNoError;
+    });
+}
+
 ZR_EXPORT ZrStatus zrGetCalDate(int device, uint64_t* seconds) {
     return withDevice(device, [&](ZrDevice& d) {
         if (!seconds) return zrNullPtrErr;

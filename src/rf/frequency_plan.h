@@ -187,6 +187,9 @@ struct RidgeRfState {
     bool bit4Latch = false;   // mask bit 4 at the last path words
     bool wakePending = false;
     bool band6Backdoor = false;
+    // The reference path carries the alternative synthesizer chip (record
+    // word 1638, or the admin override); kept for the admin interface.
+    bool usesLTC6947 = false;
 
     static std::array<float, kVvaPoints> filledVva() {
         std::array<float, kVvaPoints> v{};

@@ -205,6 +205,27 @@ TEST(DeviceQueries, IFOutputOnlyOnRidgeButAlwaysWritten) {
     EXPECT_EQ(present, zrTrue);
 }
 
+TEST(DeviceQueries, IFOutputGatesInOrderThenTunesBandSix) {
+    InstalledDevice mesa(zrDeviceTypeMesa2);
+    EXPECT_EQ(zrSetIFOutput(mesa.handle(), 3e10), zrInvalidDeviceErr);
+
+    InstalledDevice ridge(zrDeviceTypeRidge2);
+    const int h = ridge.handle();
+    ZrDevice& d = ridge.device();
+    d.currentMode = zrModeSweeping;
+    EXPECT_EQ(zrSetIFOutput(h, 1e9), zrInvalidConfigurationErr);  // gate before range
+    d.currentMode = zrModeIdle;
+    EXPECT_EQ(zrSetIFOutput(h, 2.39e10), zrInvalidParameterErr);
+    EXPECT_EQ(zrSetIFOutput(h, 4.36e10), zrInvalidParameterErr);
+    EXPECT_EQ(zrSetIFOutput(h, 3e10), zrInvalidDeviceErr);  // no IF output entries
+    d.hasIFOutput = 1;
+    // The offline link fails the send; the call still answers success.
+    EXPECT_EQ(zrSetIFOutput(h, 2.4e10), zrNoError);
+    EXPECT_EQ(d.rf.ridge.band, 6);
+    EXPECT_EQ(d.rf.ridge.previousGate, -2.0f);
+    EXPECT_EQ(zrSetIFOutput(h, 4.35e10), zrNoError);
+}
+
 TEST(DeviceQueries, SettingsQueriesFollowTheModeAndLeaveBuffersAlone) {
     InstalledDevice d(zrDeviceTypeMesa2);
     const int h = d.handle();

@@ -290,7 +290,7 @@ TEST(Services, DiagnosticsFollowTheRefreshRuleAndModels) {
 TEST(Services, TimebaseWordBits) {
     InstalledDevice d(zrDeviceTypeMesa2);
     ZrDevice& dev = d.device();
-    EXPECT_EQ(timebaseWord(dev), 0x4u);
+    EXPECT_EQ(timebaseWord(dev), 0x80000004u);  // the tune starts mid-range
     dev.referenceSource = 1;
     dev.externalReference = 1;
     dev.gpsTimebaseUpdate = 1;

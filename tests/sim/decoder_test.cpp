@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "instrument.h"
-#include "watchdog.h"
+#include "support/watchdog.h"
 
 namespace zr::sim {
 namespace {

@@ -13,7 +13,7 @@
 #include "transport/command_list.h"
 #include "transport/status_block.h"
 #include "transport/wait.h"
-#include "watchdog.h"
+#include "support/watchdog.h"
 #include "zr_sim.h"
 
 namespace zr::sim {
