@@ -68,11 +68,6 @@ public:
         if (handle_ >= 0) zrCloseDevice(handle_);
     }
     bool open(const Invocation& inv, int* rc) {
-        if (!openCallsPresent()) {
-            std::fprintf(stderr, "zr: this libzr_api.so cannot open instruments yet\n");
-            *rc = 1;
-            return false;
-        }
         int h = -1;
         const ZrStatus s = inv.serial ? zrOpenDeviceBySerial(&h, *inv.serial) : zrOpenDevice(&h);
         const std::string what = inv.serial ? "open " + std::to_string(*inv.serial) : std::string("open");
@@ -142,6 +137,11 @@ bool applySettings(int h, const SweepRequest& s, int* rc) {
 
 bool acquire(const OpenDevice& dev, const SweepRequest& req, SweepResult* out, int* rc) {
     const int h = dev.handle();
+    if (!sweepCallsPresent()) {
+        std::fprintf(stderr, "zr: this libzr_api.so has no sweeps yet\n");
+        *rc = 1;
+        return false;
+    }
     if (!applySettings(h, req, rc)) return false;
     if (!check("configure", zrConfigure(h, zrModeSweeping), rc,
                "the settings were accepted, but the instrument could not enter sweeping")) return false;
@@ -266,14 +266,16 @@ int runInfo(const Invocation& inv) {
     ZrDeviceDiagnostics d{};
     int gps = 0;
     if (!check("firmware version", zrGetFirmwareVersion(h, &major, &minor, &revision), &rc) ||
-        !check("IF output", zrHasIFOutput(h, &ifOut), &rc) || !check("calibration date", zrGetCalDate(h, &calDate), &rc) ||
+        !check("calibration date", zrGetCalDate(h, &calDate), &rc) ||
         !check("diagnostics", zrGetFullDeviceDiagnostics(h, &d), &rc))
         return rc;
+    // Models without an IF output port refuse the question itself.
+    const bool ifKnown = zrHasIFOutput(h, &ifOut) >= 0;
     const bool gpsKnown = zrGetGPSState(h, &gps) >= 0;
     std::printf("%-14s %08d\n", "serial", dev.serial());
     std::printf("%-14s %s\n", "model", modelName(dev.type()));
     std::printf("%-14s %d.%d.%d\n", "firmware", major, minor, revision);
-    std::printf("%-14s %s\n", "IF output", ifOut ? "yes" : "no");
+    std::printf("%-14s %s\n", "IF output", !ifKnown ? "none on this model" : ifOut ? "yes" : "no");
     std::printf("%-14s %s\n", "calibrated", dateText(calDate).c_str());
     std::printf("%-14s %.2f V, %.3f A\n", "supply", d.voltage, d.currentInput);
     std::printf("%-14s FPGA %.1f C, calibration %.1f C, sensors A %.1f C, C %.1f C, D %.1f C, E %.1f C\n",
@@ -284,10 +286,6 @@ int runInfo(const Invocation& inv) {
 }
 
 int runSweep(const Invocation& inv) {
-    if (!sweepCallsPresent()) {
-        std::fprintf(stderr, "zr: this libzr_api.so has no sweeps yet\n");
-        return 1;
-    }
     int rc = 0;
     SweepResult r;
     std::string title;
