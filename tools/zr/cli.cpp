@@ -66,6 +66,12 @@ std::string frequencyInto(std::optional<double>& field, const char* option, cons
     return {};
 }
 
+std::string pathInto(std::string& field, const char* option, const std::string& v) {
+    if (v.empty()) return std::string(option) + " needs a file name";
+    field = v;
+    return {};
+}
+
 template <class E, size_t N>
 std::string choiceInto(std::optional<E>& field, const Named<E> (&table)[N], const char* option,
                        const std::string& v) {
@@ -166,18 +172,8 @@ const std::vector<Option>& options() {
              inv.sweep.peaks = static_cast<int>(*n);
              return {};
          }},
-        {"--csv", "sweep", true,
-         [](Invocation& inv, const std::string& v) -> std::string {
-             if (v.empty()) return "--csv needs a file name";
-             inv.sweep.csvPath = v;
-             return {};
-         }},
-        {"--plot", "sweep", true,
-         [](Invocation& inv, const std::string& v) -> std::string {
-             if (v.empty()) return "--plot needs a file name";
-             inv.sweep.plotPath = v;
-             return {};
-         }},
+        {"--csv", "sweep", true, [](Invocation& i, const std::string& v) { return pathInto(i.sweep.csvPath, "--csv", v); }},
+        {"--plot", "sweep", true, [](Invocation& i, const std::string& v) { return pathInto(i.sweep.plotPath, "--plot", v); }},
     };
     return table;
 }
