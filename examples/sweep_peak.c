@@ -38,6 +38,7 @@ int main(int argc, char** argv) {
 
     zrSetSweepStartStop(device, 1e9, 3e9);
     zrSetSweepCoupling(device, 1e6, 1e6, 0.001);
+    zrSetSweepSpeed(device, zrSweepSpeedNormal); /* the stepped engine, also for RBW == VBW */
     zrSetRefLevel(device, -10.0);
     if ((status = zrConfigure(device, zrModeSweeping)) < 0) {
         zrCloseDevice(device);

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -61,6 +62,24 @@ TEST(ToolPeaks, StrongestFirstOnePerToneAboveTheFloor) {
     EXPECT_EQ(peaks[0].bin, 40);
     EXPECT_EQ(separationFor(1e6, 24414.0625), 82);
     EXPECT_EQ(separationFor(1e3, 24414.0625), 3);
+}
+
+TEST(ToolPeaks, SingleSweepNoiseRaisesTheBar) {
+    // Noise power of one FFT per bin is exponential: in dB it spreads wide
+    // and its tail passes any fixed 10 dB margin somewhere in 20000 bins.
+    std::mt19937 rng(7);
+    std::exponential_distribution<float> power(1.0f);
+    std::vector<float> t(20000);
+    for (float& v : t) v = -110.0f + 10.0f * std::log10(power(rng));
+    t[12345] = -60.0f;
+    float threshold = 0;
+    auto peaks = findPeaks(t.data(), 20000, 0, 1, PeakSearch{}, &threshold);
+    ASSERT_EQ(peaks.size(), 1u);
+    EXPECT_EQ(peaks[0].bin, 12345);
+    EXPECT_GT(threshold, -110.0f - 1.6f + 20.0f);  // the median sits 1.6 dB below the mean
+    PeakSearch fixedMargin;
+    fixedMargin.spreadFactor = 0;
+    EXPECT_GT(findPeaks(t.data(), 20000, 0, 1, fixedMargin).size(), 1u);
 }
 
 TEST(ToolCsv, OneRowPerBinWithItsFrequency) {

@@ -187,11 +187,12 @@ std::string settingsLine(const SweepRequest& req, const SweepResult& r) {
     return s;
 }
 
-void printPeaks(const std::vector<Peak>& peaks, const SweepResult& r) {
+void printPeaks(const std::vector<Peak>& peaks, const SweepResult& r, float threshold) {
     if (peaks.empty()) {
-        std::printf("no peak stands 10 dB above the noise\n");
+        std::printf("no peak stands clear of the noise (none reaches %.1f dBm)\n", threshold);
         return;
     }
+    std::printf("peaks clear of the noise (%.1f dBm or more), strongest first:\n", threshold);
     std::printf("%3s  %18s  %12s\n", "#", "frequency", "level");
     for (size_t k = 0; k < peaks.size(); ++k)
         std::printf("%3zu  %18s  %12s\n", k + 1, formatFrequencyTo(peaks[k].frequency, r.binHz).c_str(),
@@ -300,10 +301,11 @@ int runSweep(const Invocation& inv) {
     PeakSearch search;
     search.maxPeaks = inv.sweep.peaks;
     search.separationBins = separationFor(r.rbw, r.binHz);
-    const std::vector<Peak> peaks = findPeaks(r.levels.data(), n, r.startHz, r.binHz, search);
+    float threshold = 0;
+    const std::vector<Peak> peaks = findPeaks(r.levels.data(), n, r.startHz, r.binHz, search, &threshold);
     std::printf("%s\n%s\n%d bins of %s\n\n", title.c_str(), settingsLine(inv.sweep, r).c_str(), n,
                 formatFrequency(r.binHz, 3).c_str());
-    if (inv.sweep.peaks > 0) printPeaks(peaks, r);
+    if (inv.sweep.peaks > 0) printPeaks(peaks, r, threshold);
     std::string error;
     if (!inv.sweep.csvPath.empty()) {
         if (!writeTraceCsv(inv.sweep.csvPath, r.levels.data(), n, r.startHz, r.binHz, &error)) {

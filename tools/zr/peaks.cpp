@@ -6,12 +6,16 @@
 namespace zrtool {
 
 std::vector<Peak> findPeaks(const float* levels, int count, double startHz, double binHz,
-                            const PeakSearch& search) {
+                            const PeakSearch& search, float* threshold) {
     std::vector<Peak> peaks;
     if (count <= 0 || search.maxPeaks <= 0) return peaks;
     std::vector<float> sorted(levels, levels + count);
     std::nth_element(sorted.begin(), sorted.begin() + count / 2, sorted.end());
-    const float floor = sorted[count / 2] + search.minProminence;
+    const float median = sorted[count / 2];
+    std::nth_element(sorted.begin(), sorted.begin() + count / 10, sorted.begin() + count / 2);
+    const float spread = median - sorted[count / 10];
+    const float floor = median + std::max(search.minProminence, search.spreadFactor * spread);
+    if (threshold) *threshold = floor;
     const int sep = std::max(1, search.separationBins);
     for (int i = 0; i < count; ++i) {
         const float v = levels[i];

@@ -17,13 +17,18 @@ struct PeakSearch {
     // A peak is the highest bin within this many bins on either side, so one
     // tone's skirt never shows up as a second peak.
     int separationBins = 3;
-    // dB above the trace's median, which stands for the noise floor.
+    // dB above the trace's median, which stands for the noise floor. A
+    // single sweep's noise spreads wide in dB; its peaks would pass a fixed
+    // margin, so the margin grows to three times the spread below the
+    // median (median minus the 10th percentile) where that is larger.
     float minProminence = 10.0f;
+    float spreadFactor = 3.0f;
 };
 
 // Strongest first. Equal levels inside one window count once (the first).
+// `threshold`, when given, receives the level a peak had to reach.
 std::vector<Peak> findPeaks(const float* levels, int count, double startHz, double binHz,
-                            const PeakSearch& search);
+                            const PeakSearch& search, float* threshold = nullptr);
 
 // Bins on either side that keep two tones apart: a few bins, or two
 // resolution bandwidths where the bins are finer than the RBW.
