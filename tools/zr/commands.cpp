@@ -114,6 +114,9 @@ void averageInto(std::vector<double>& powerSum, const std::vector<float>& trace)
 struct SweepResult {
     std::vector<float> levels;
     double startHz = 0, binHz = 0, rbw = 0, vbw = 0;
+    ZrSweepSettings settings{};  // as configured, defaults included
+    double refLevel = 0;
+    int attenuator = -1;
 };
 
 // Stores every setting the user gave; the library's defaults stand for the rest.
@@ -127,7 +130,7 @@ bool applySettings(int h, const SweepRequest& s, int* rc) {
         const double vbw = s.vbw.value_or(rbw);
         if (!check("--rbw/--vbw", zrSetSweepCoupling(h, rbw, vbw, 1e-6), rc)) return false;
     }
-    if (s.detector && !check("--detector", zrSetSweepDetector(h, *s.detector, zrVideoLog), rc)) return false;
+    if (s.detector && !check("--detector", zrSetSweepDetector(h, *s.detector, zrVideoPower), rc)) return false;
     if (s.window && !check("--window", zrSetSweepWindow(h, *s.window), rc)) return false;
     if (s.speed && !check("--speed", zrSetSweepSpeed(h, *s.speed), rc)) return false;
     if (s.refLevel && !check("--ref", zrSetRefLevel(h, *s.refLevel), rc)) return false;
@@ -148,6 +151,10 @@ bool acquire(const OpenDevice& dev, const SweepRequest& req, SweepResult* out, i
     int length = 0;
     if (!check("sweep parameters", zrGetSweepParameters(h, &out->rbw, &out->vbw, &out->startHz, &out->binHz, &length), rc))
         return false;
+    // What the title reports is what ran, the library's defaults included.
+    zrGetSweepSettings(h, &out->settings);
+    zrGetRefLevel(h, &out->refLevel);
+    zrGetAttenuator(h, &out->attenuator);
     if (length <= 0) {
         std::fprintf(stderr, "zr: the sweep has no bins (range narrower than one bin?)\n");
         *rc = 1;
@@ -179,10 +186,10 @@ bool acquire(const OpenDevice& dev, const SweepRequest& req, SweepResult* out, i
 
 std::string settingsLine(const SweepRequest& req, const SweepResult& r) {
     std::string s = "RBW " + formatFrequency(r.rbw, 3) + "   VBW " + formatFrequency(r.vbw, 3);
-    s += "   ref " + trimmedNumber(req.refLevel.value_or(0.0), 1) + " dBm";
-    s += "   atten " + (req.attenuator && *req.attenuator >= 0 ? std::to_string(*req.attenuator * 5) + " dB" : std::string("auto"));
-    s += std::string("   ") + detectorName(req.detector.value_or(zrDetectorAverage));
-    s += std::string("   ") + windowName(req.window.value_or(zrWindowFlatTop));
+    s += "   ref " + trimmedNumber(r.refLevel, 1) + " dBm";
+    s += "   atten " + (r.attenuator >= 0 ? std::to_string(r.attenuator * 5) + " dB" : std::string("auto"));
+    s += std::string("   ") + detectorName(r.settings.detector) + "   " + windowName(r.settings.window);
+    s += std::string("   speed ") + speedName(r.settings.speed);
     if (req.count > 1) s += "   average of " + std::to_string(req.count);
     return s;
 }
