@@ -40,6 +40,12 @@ FftSweep::FftSweep() : ring_(kResultSlots) {
     re_.resize(kMaxSize);
     im_.resize(kMaxSize);
     window_.resize(kMaxSize);
+    cos_.resize(kMaxSize / 2);
+    sin_.resize(kMaxSize / 2);
+    for (int k = 0; k < kMaxSize / 2; ++k) {
+        cos_[k] = std::cos(kTwoPi * k / kMaxSize);
+        sin_[k] = -std::sin(kTwoPi * k / kMaxSize);
+    }
 }
 
 double FftSweep::bandCentreHz(double loHz) { return loHz > 125e6 + 1.0 ? loHz - 125e6 : loHz; }
@@ -68,11 +74,22 @@ bool FftSweep::capture(const uint32_t* regs, const Scene& scene) {
         const double offset = (t.freqHz - centre) / kRate;
         if (std::fabs(offset) >= 0.5) continue;
         const double amplitude = std::pow(10.0, (t.powerDbm + scene.pathGainDb(t.freqHz)) / 20.0);
+        // A rotating phasor, renormalised now and then against drift.
+        const double step = kTwoPi * offset;
+        const double sr = std::cos(step), si = std::sin(step);
         const double phase = kTwoPi * uniform(rng_);
+        double pr = amplitude * std::cos(phase), pi = amplitude * std::sin(phase);
         for (int i = 0; i < n; ++i) {
-            const double a = phase + kTwoPi * std::fmod(offset * i, 1.0);
-            re_[i] += amplitude * std::cos(a);
-            im_[i] += amplitude * std::sin(a);
+            re_[i] += pr;
+            im_[i] += pi;
+            const double t = pr * sr - pi * si;
+            pi = pr * si + pi * sr;
+            pr = t;
+            if ((i & 1023) == 1023) {
+                const double g = amplitude / std::hypot(pr, pi);
+                pr *= g;
+                pi *= g;
+            }
         }
     }
     for (int i = 0; i < n; ++i) {
@@ -131,9 +148,9 @@ void FftSweep::transform(int n) {
         }
     }
     for (int len = 2; len <= n; len <<= 1) {
-        const double a = -kTwoPi / len;
+        const int stride = kMaxSize / len;
         for (int k = 0; k < len / 2; ++k) {
-            const double wr = std::cos(a * k), wi = std::sin(a * k);
+            const double wr = cos_[k * stride], wi = sin_[k * stride];
             for (int i = k; i < n; i += len) {
                 const int j = i + len / 2;
                 const double xr = re_[j] * wr - im_[j] * wi;

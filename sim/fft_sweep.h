@@ -62,6 +62,7 @@ private:
     bool readingSeen_ = false;  // a fetch sequence has started on it
     uint32_t queued_ = 0;       // the one result waiting behind it
     std::vector<double> re_, im_, window_;
+    std::vector<double> cos_, sin_;  // e^(-j 2 pi k / kMaxSize), k < kMaxSize / 2
     std::vector<float> noiseRe_, noiseIm_;
     uint64_t rng_ = 0x853C49E6748FEA9Bull;
 };
