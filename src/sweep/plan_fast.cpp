@@ -10,11 +10,15 @@
 #include "dsp/window.h"
 #include "rf/rf_glue.h"
 #include "sweep/engine_fast.h"
+#include "sweep/plan_fast.h"
 #include "sweep/sweep_mode.h"
 
 namespace zr {
 
 namespace {
+
+using planning::roundI;
+using planning::truncI;
 
 constexpr int kMaxFft = 16384;
 constexpr int kMinFft = 512;
@@ -23,9 +27,6 @@ constexpr uint32_t kFftStep = 0x15000000;
 constexpr uint32_t kFftFetch = 0x25000000;
 constexpr uint32_t kFftSweepArm = 0x00040005;
 constexpr uint32_t kFirstStepPause = 12000;
-
-int32_t truncI(double x) { return static_cast<int32_t>(x); }
-int32_t roundI(double x) { return static_cast<int32_t>(std::floor(x + 0.5)); }
 
 double fastLoHz(int slice) {
     if (slice < 3) return 0.0;
@@ -158,8 +159,7 @@ void buildFastPlan(ZrDevice& dev, SweepPlan& plan, CommandList& configList, Comm
         req.rfFreq = stepHz;
         req.loIndex = 5 * sn;
         req.attenIndex = attenIndex;
-        req.gainCode = ridge ? (dev.corrections.ridge ? dev.corrections.ridge->gainCode[calSlice] : 0)
-                             : (dev.corrections.mesa ? dev.corrections.mesa->gainCode[calSlice] : 0);
+        req.gainCode = planning::gainCodeFor(dev, calSlice);
         req.preselect = dev.preselectorEnabled;
         req.filter = -1;
         req.firstSlice = s0;

@@ -9,12 +9,16 @@
 #include "dsp/window.h"
 #include "rf/rf_glue.h"
 #include "sweep/engine_narrow.h"
+#include "sweep/plan_fast.h"
 #include "sweep/sweep_mode.h"
 #include "zr_correction_def.h"
 
 namespace zr {
 
 namespace {
+
+using planning::roundI;
+using planning::truncI;
 
 constexpr int kMaxDecimation = 256;
 constexpr int kMaxHardwareDecimation = 8;
@@ -23,9 +27,6 @@ constexpr double kDdcStepHz = 244140.625;
 constexpr double kPreselectTopHz = 6.45e8;
 constexpr uint32_t kCaptureStart = 0x13000000;
 constexpr uint32_t kSecondPassDdcOffset = 160;
-
-int32_t truncI(double x) { return static_cast<int32_t>(x); }
-int32_t roundI(double x) { return static_cast<int32_t>(std::floor(x + 0.5)); }
 
 // The down-converter word of slice n for a centre, and the centre it tunes.
 int32_t ddcWordFor(int n, double centre, double lo, double& tuned) {
@@ -116,8 +117,7 @@ ZrStatus buildNarrowPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list, Narr
     req.rfFreq = n * kSweepSliceHz;
     req.loFreq = rf::sliceLoHz(n);
     req.attenIndex = attenIndex;
-    req.gainCode = ridge ? (dev.corrections.ridge ? dev.corrections.ridge->gainCode[calSlice] : 0)
-                         : (dev.corrections.mesa ? dev.corrections.mesa->gainCode[calSlice] : 0);
+    req.gainCode = planning::gainCodeFor(dev, calSlice);
     req.filter = -1;
     req.firstSlice = 0;
     req.lastSlice = 500;

@@ -11,36 +11,23 @@
 #include "api/device.h"
 #include "api/frame.h"
 #include "fft_sweep.h"
-#include "registry.h"
-#include "support/temp_folder.h"
-#include "support/watchdog.h"
 #include "sweep/engine_fast.h"
 #include "zr_api.h"
 #include "zr_sim.h"
+#include "sweep_fast/sim_sweep.h"
 
 namespace zr {
 namespace {
 
 int total(const std::vector<uint32_t>& v) { return int(std::accumulate(v.begin(), v.end(), 0u)); }
 
-class FastSweep : public ::testing::TestWithParam<ZrDeviceType> {
+class FastSweep : public test::SimSweepTest {
 protected:
-    static constexpr int kSerial = 10007171;
-
     void SetUp() override {
-        ASSERT_EQ(zrSetDataFolder(folder.str().c_str()), zrNoError);
-        zrSimSetWaitScale(0.0);
-        ASSERT_EQ(zrSimAttachUSB(GetParam(), kSerial), zrNoError);
-        ASSERT_GE(zrOpenDeviceBySerial(&handle, kSerial), zrNoError);
-        inst = sim::findInstrument(kSerial).get();
-        inst->setPaced(false);
+        test::SimSweepTest::SetUp();
+        if (HasFatalFailure()) return;
         zrSetSweepSpeed(handle, zrSweepSpeedFast);
         zrSetSweepWindow(handle, zrWindowFlatTop);
-    }
-    void TearDown() override {
-        if (handle >= 0) zrCloseDevice(handle);
-        zrSimDetach(kSerial);
-        zrSimSetWaitScale(1.0);
     }
     void configure(double start, double stop, double rbw) {
         ASSERT_EQ(zrSetSweepStartStop(handle, start, stop), zrNoError);
@@ -59,10 +46,6 @@ protected:
         buildFastPlan(*lookupDevice(handle), p, config, sweep);
     }
 
-    test::TempFolder folder;
-    test::Watchdog dog{std::chrono::seconds(60)};
-    int handle = -1;
-    sim::Instrument* inst = nullptr;
     double actualRBW = 0.0, startFreq = 0.0, binSize = 0.0;
     int length = 0;
     std::vector<float> trace, other;

@@ -9,37 +9,25 @@
 
 #include "api/device.h"
 #include "api/frame.h"
-#include "registry.h"
-#include "support/temp_folder.h"
-#include "support/watchdog.h"
 #include "zr_api.h"
 #include "zr_sim.h"
+#include "sweep_fast/sim_sweep.h"
 
 namespace zr {
 namespace {
 
-class FastNarrowLevel : public ::testing::TestWithParam<ZrDeviceType> {
+class FastNarrowLevel : public test::SimSweepTest {
 protected:
-    static constexpr int kSerial = 10009595;
-
     void SetUp() override {
-        ASSERT_EQ(zrSetDataFolder(folder.str().c_str()), zrNoError);
-        zrSimSetWaitScale(0.0);
-        ASSERT_EQ(zrSimAttachUSB(GetParam(), kSerial), zrNoError);
-        ASSERT_GE(zrOpenDeviceBySerial(&handle, kSerial), zrNoError);
-        sim::findInstrument(kSerial)->setPaced(false);
+        test::SimSweepTest::SetUp();
+        if (HasFatalFailure()) return;
         zrSetSweepWindow(handle, zrWindowFlatTop);
         zrSimSetNoiseFloor(kSerial, -155.0);
         // A simulator with only a settable centre cannot be measured through
         // a sweep that steps: it must follow the LO the sweep tunes.
         sweep(5.3e9, 2e6, 1e4);
-        if (std::fabs(sim::findInstrument(kSerial)->centerFrequency() - 5.3e9) > 5e7)
+        if (std::fabs(inst->centerFrequency() - 5.3e9) > 5e7)
             GTEST_SKIP() << "the simulated instrument does not follow its tune";
-    }
-    void TearDown() override {
-        if (handle >= 0) zrCloseDevice(handle);
-        zrSimDetach(kSerial);
-        zrSimSetWaitScale(1.0);
     }
     // One configured sweep (the span picks the engine); the peak's
     // frequency and level.
@@ -67,9 +55,6 @@ protected:
         return f;
     }
 
-    test::TempFolder folder;
-    test::Watchdog dog{std::chrono::seconds(120)};
-    int handle = -1;
     double binSize = 0.0, peakHz = 0.0;
     float peakDbm = 0.0f;
 };

@@ -8,33 +8,20 @@
 #include <vector>
 
 #include "api/frame.h"
-#include "registry.h"
-#include "support/temp_folder.h"
-#include "support/watchdog.h"
 #include "sweep/engine_narrow.h"
 #include "zr_api.h"
 #include "zr_sim.h"
+#include "sweep_fast/sim_sweep.h"
 
 namespace zr {
 namespace {
 
-class NarrowSweep : public ::testing::TestWithParam<ZrDeviceType> {
+class NarrowSweep : public test::SimSweepTest {
 protected:
-    static constexpr int kSerial = 10008181;
-
     void SetUp() override {
-        ASSERT_EQ(zrSetDataFolder(folder.str().c_str()), zrNoError);
-        zrSimSetWaitScale(0.0);
-        ASSERT_EQ(zrSimAttachUSB(GetParam(), kSerial), zrNoError);
-        ASSERT_GE(zrOpenDeviceBySerial(&handle, kSerial), zrNoError);
-        inst = sim::findInstrument(kSerial).get();
-        inst->setPaced(false);
+        test::SimSweepTest::SetUp();
+        if (HasFatalFailure()) return;
         zrSetSweepSpeed(handle, zrSweepSpeedFast);  // a narrow span overrides every speed
-    }
-    void TearDown() override {
-        if (handle >= 0) zrCloseDevice(handle);
-        zrSimDetach(kSerial);
-        zrSimSetWaitScale(1.0);
     }
     void configure(double centre, double span, double rbw) {
         ASSERT_EQ(zrSetSweepCenterSpan(handle, centre, span), zrNoError);
@@ -46,10 +33,6 @@ protected:
     }
     EngineSweepNarrow* engine() { return lookupDevice(handle)->narrowSweepEngine; }
 
-    test::TempFolder folder;
-    test::Watchdog dog{std::chrono::seconds(60)};
-    int handle = -1;
-    sim::Instrument* inst = nullptr;
     double startFreq = 0.0, binSize = 0.0;
     int length = 0;
     std::vector<float> trace;
