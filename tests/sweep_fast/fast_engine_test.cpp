@@ -110,25 +110,42 @@ TEST_P(FastSweep, OneStepStillFetchesItsSpectrum) {
     EXPECT_EQ(total(sweep.dataWordCounts()), plan().blocksPerStep);
 }
 
-// A one-step sweep whose IF band the test places by hand, so the tone's
-// level is known without the instrument following its tune.
+// The instrument's IF band is placed by hand, so the tone's level is known
+// without the instrument following its tune: one-step sweeps at each FFT
+// length (one, two and four blocks a step), and the four low slices whose
+// bins sit elsewhere in the spectrum. Steps of a low sweep that look at the
+// wrong band show the tone outside the trace.
 TEST_P(FastSweep, ToneAtItsFrequencyAndLevel) {
-    configure(1e9, 1.05e9, 3e5);
-    const SweepStep& st = plan().steps.front();
-    inst->setCenterFrequency(sim::FftSweep::bandCentreHz(st.loMHz * 1e6));
-    const double f = 1.0213e9, p = -25.0;
-    inst->addTone(f, p);
+    struct Case {
+        double bandCentre, tone, start, stop, rbw;
+        int slice, blocksPerStep;
+    };
+    const double p = -25.0;
     inst->setNoiseFloor(-150.0);
-    ASSERT_EQ(zrGetSweep(handle, nullptr, trace.data(), nullptr), zrNoError);
-    const auto peak = std::max_element(trace.begin(), trace.end());
-    EXPECT_NEAR(startFreq + double(peak - trace.begin()) * binSize, f, binSize);
-    EXPECT_NEAR(*peak, p + inst->pathGainDb(f) + st.gainDb, 0.1);
-
+    for (const Case c : {Case{1007812500.0, 1.0213e9, 1e9, 1.05e9, 3e5, 29, 1},
+                         Case{1007812500.0, 1.0213e9, 1e9, 1.05e9, 1.5e5, 29, 2},
+                         Case{1007812500.0, 1.0213e9, 1e9, 1.05e9, 3e4, 29, 4}, Case{0.0, 10e6, 1e6, 35e6, 3e5, 1, 1},
+                         Case{0.0, 40e6, 30e6, 60e6, 3e5, 2, 1}, Case{125e6, 80e6, 65e6, 100e6, 3e5, 3, 1},
+                         Case{125e6, 120e6, 105e6, 135e6, 3e5, 4, 1}}) {
+        configure(c.start, c.stop, c.rbw);
+        ASSERT_EQ(plan().blocksPerStep, c.blocksPerStep);
+        const auto step = std::find_if(plan().steps.begin(), plan().steps.end(),
+                                       [&](const SweepStep& st) { return st.sliceNumber == c.slice; });
+        ASSERT_NE(step, plan().steps.end());
+        EXPECT_EQ(sim::FftSweep::bandCentreHz(step->loMHz * 1e6), c.bandCentre);
+        inst->setCenterFrequency(c.bandCentre);
+        inst->clearSignals();
+        inst->addTone(c.tone, p);
+        ASSERT_EQ(zrGetSweep(handle, nullptr, trace.data(), nullptr), zrNoError);
+        const auto peak = std::max_element(trace.begin(), trace.end());
+        EXPECT_NEAR(startFreq + double(peak - trace.begin()) * binSize, c.tone, binSize) << c.tone;
+        EXPECT_NEAR(*peak, p + inst->pathGainDb(c.tone) + step->gainDb, 0.1) << c.tone;
+    }
     zrSetSweepScale(handle, zrScaleLin);
     ASSERT_EQ(zrConfigure(handle, zrModeSweeping), zrNoError);
     ASSERT_EQ(zrGetSweep(handle, nullptr, other.data(), nullptr), zrNoError);
     const float mv = *std::max_element(other.begin(), other.end());
-    EXPECT_NEAR(20.0 * std::log10(mv / 223.6), *peak, 0.1);
+    EXPECT_NEAR(20.0 * std::log10(mv / 223.6), *std::max_element(trace.begin(), trace.end()), 0.1);
 }
 
 TEST_P(FastSweep, QueueOrderAndPositions) {
