@@ -113,6 +113,32 @@ TEST_P(NarrowSweep, ToneAtItsFrequencyAndLevelThroughHostDecimation) {
     }
 }
 
+TEST_P(NarrowSweep, SpurRejectionLooksAgainThroughTheNextSlice) {
+    zrSetSweepSpurReject(handle, zrTrue);
+    configure(1e9, 1e6, 1e4);
+    ASSERT_EQ(engine()->plan().passes, 2);
+    const SweepStep st = engine()->plan().steps.front();
+    SweepPlan p;
+    CommandList list;
+    NarrowDecimation dec;
+    ASSERT_EQ(buildNarrowPlan(*lookupDevice(handle), p, list, dec), zrNoError);
+    std::vector<uint32_t> captureWords;
+    int dataWords = 0;
+    for (size_t i = 0; i < list.buffer().size() / 4; ++i) {
+        const uint32_t w = list.wordAt(i * 4);
+        if (w >> 24 == 0x13 && w != 0x13000100) captureWords.push_back(w & 0xFFFF);
+        dataWords += w == 0x23000000;
+    }
+    EXPECT_EQ(captureWords, (std::vector<uint32_t>{uint32_t(st.ddcWord), uint32_t(st.ddcWord) + 160}));
+    EXPECT_GE(dataWords, 2 * p.blocksPerStep);
+    EXPECT_EQ(dataWords % 4, 0);
+    inst->setCenterFrequency(st.ncoFrequency);
+    inst->addTone(1.0002e9, -30.0);
+    ASSERT_EQ(zrGetSweep(handle, nullptr, trace.data(), nullptr), zrNoError);
+    const auto peak = std::max_element(trace.begin(), trace.end());
+    EXPECT_NEAR(startFreq + double(peak - trace.begin()) * binSize, 1.0002e9, binSize);
+}
+
 INSTANTIATE_TEST_SUITE_P(Families, NarrowSweep, ::testing::Values(zrDeviceTypeMesa2, zrDeviceTypeRidge2));
 
 }  // namespace
