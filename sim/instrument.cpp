@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -404,12 +405,24 @@ ReadOutcome Instrument::waitRead(ReadRequest& r) {
 
 void Instrument::programFlash(uint32_t byteOffset, const uint8_t* data, size_t n) {
     std::lock_guard lock(mu_);
-    for (size_t i = 0; i < n; ++i) {
-        const uint32_t at = byteOffset + static_cast<uint32_t>(i);
-        auto [it, fresh] = flash_.try_emplace(at / 1024);
-        if (fresh) it->second.fill(0xFF);
-        it->second[at % 1024] &= data[i];
+    if (n == 0) return;
+    // A factory programmer erases the 64-page sectors it writes to first.
+    const uint32_t firstPage = byteOffset / 1024, lastPage = static_cast<uint32_t>((byteOffset + n - 1) / 1024);
+    flash_.erase(flash_.lower_bound(firstPage & ~63u), flash_.lower_bound((lastPage | 63u) + 1));
+    for (uint32_t page = firstPage; page <= lastPage; ++page) {
+        std::array<uint8_t, 1024> bytes;
+        bytes.fill(0xFF);
+        const size_t from = std::max<size_t>(byteOffset, size_t{page} * 1024);
+        const size_t to = std::min<size_t>(size_t{byteOffset} + n, (size_t{page} + 1) * 1024);
+        std::memcpy(bytes.data() + from % 1024, data + (from - byteOffset), to - from);
+        // Erased pages stay absent.
+        if (std::any_of(bytes.begin(), bytes.end(), [](uint8_t b) { return b != 0xFF; })) flash_[page] = bytes;
     }
+}
+
+void Instrument::eraseFlash() {
+    std::lock_guard lock(mu_);
+    flash_.clear();
 }
 
 bool Instrument::running() const {
@@ -661,6 +674,7 @@ void Instrument::renderGps(const Reply& r, uint8_t* p) {
 void Instrument::registerWord(uint32_t address, uint32_t w) {
     regs_[address & 0xFFFF] = w;
     if (address == 0x2C) rf_.setRouting(w);
+    if (address >= 0x40 && address <= 0x7F) ifFilterLoaded_ = true;
     if (portAddress_ < 0x100 || portAddress_ > 0x180) {
         if (address == 0x3C && streaming_) rebuildScene();
         return;
@@ -716,13 +730,7 @@ RfPath Instrument::rfPath() const {
 // ---------------------------------------------------------------- signal
 
 double Instrument::pathGainDb(double freqHz, double attenDb, double celsius) {
-    // A made-up but plausible front end: a slow roll-off with frequency, two
-    // ripples of different period, and a temperature drift that grows with
-    // frequency. Smooth everywhere so that interpolated corrections work.
-    const double g = freqHz / 1e9;
-    const double dt = celsius - 25.0;
-    return -4.0 - 0.35 * g + 1.2 * std::sin(kTwoPi * g / 1.7 + 0.3) + 0.6 * std::cos(kTwoPi * g / 0.45) -
-           attenDb - 0.018 * dt * (1.0 + 0.05 * g) + 0.0002 * dt * dt;
+    return model::rfGainDb(freqHz, attenDb, celsius);
 }
 
 double Instrument::pathGainDb(double freqHz) const {
@@ -730,21 +738,72 @@ double Instrument::pathGainDb(double freqHz) const {
     return pathGainDb(freqHz, attenDb_, celsius_);
 }
 
+// ------------------------------------------------------------ IF chain
+//
+// After the ADC and the down-converter the I and Q paths are two real
+// channels with their own IF response (shape, amplitude and phase
+// imbalance) and then the FPGA's correction filter, one real FIR per path:
+// taps a for I, b for Q. A complex tone at v through real channels T_I and
+// T_Q comes out as (T_I + T_Q) / 2 at v and conj(T_I - T_Q) / 2 at -v.
+
+namespace {
+using cd = std::complex<double>;
+
+// Signed 18-bit centre values, 16-bit outer ones, as the filter load packs them.
+void decodeIFTaps(const std::vector<uint32_t>& regs, double a[63], double b[63]) {
+    const uint32_t wide = regs[0x3D];
+    for (int half = 0; half < 2; ++half) {
+        double* out = half == 0 ? a : b;
+        for (int p = 0; p < 63; ++p) {
+            const int lane = p + 1;
+            const uint32_t reg = regs[0x40 + half * 32 + lane / 2];
+            int32_t v = static_cast<int32_t>((lane & 1) ? reg >> 16 : reg & 0xFFFF);
+            if (p >= 30 && p <= 32) {
+                const int shift = (half == 0 ? 6 : 0) + (p - 30) * 2;
+                v |= static_cast<int32_t>((wide >> shift) & 3) << 16;
+                if (v & 0x20000) v -= 0x40000;
+            } else if (v & 0x8000) {
+                v -= 0x10000;
+            }
+            out[p] = v / 131071.0;
+        }
+    }
+}
+
+cd firResponse(const double* taps, double v) {
+    cd acc = 0.0;
+    for (int n = 0; n < 63; ++n) acc += taps[n] * std::polar(1.0, -kTwoPi * v * n);
+    return acc;
+}
+}  // namespace
+
+// The two real channels at a stream offset of v cycles per sample.
+void Instrument::ifChannels(double v, double slicePos, cd& ti, cd& tq) const {
+    const double w = std::fabs(v);
+    const double s = std::pow(10.0, model::ifShapeDb(w, slicePos, celsius_) / 20.0);
+    const double r = std::sqrt(model::ifRatio(w, slicePos, celsius_));
+    const double half = (v < 0 ? -0.5 : 0.5) * model::ifPhase(w, slicePos, celsius_);
+    ti = std::polar(s * r, half);
+    tq = std::polar(s / r, -half);
+    if (!ifFilterLoaded_) return;
+    ti *= firResponse(ifTapsA_.data(), v);
+    tq *= firResponse(ifTapsB_.data(), v);
+}
+
 void Instrument::rebuildScene() {
     std::vector<ToneState> next;
-    next.reserve(tones_.size());
+    next.reserve(2 * tones_.size());
     const RfPath path = rf_.path(celsius_);
-    for (size_t i = 0; i < tones_.size(); ++i) {
-        const Tone& t = tones_[i];
-        double hz = t.freqHz - centerHz_;
-        if (!centerOverride_ && !streamHz(path, t.freqHz, hz)) continue;
-        const double offset = hz / sampleRate_;
+    const double centre = centerLocked();
+    const double slicePos = centre / 39.0625e6;
+    if (ifFilterLoaded_) decodeIFTaps(regs_, ifTapsA_.data(), ifTapsB_.data());
+    auto addTone = [&](double offset, cd amplitude) {
         // The instrument's anti-alias filtering keeps only the inner 90 %.
-        if (std::fabs(offset) > 0.45) continue;
+        if (std::fabs(offset) > 0.45 || std::abs(amplitude) < 1e-3) return;
         ToneState s;
         s.offsetCycles = offset;
-        s.phase = 0.0;
-        s.amplitude = static_cast<float>(32767.0 * std::pow(10.0, (t.powerDbm + pathGainDb(t.freqHz, attenDb_, celsius_)) / 20.0));
+        s.phase = std::arg(amplitude) / kTwoPi;
+        s.amplitude = static_cast<float>(std::abs(amplitude));
         s.stepRe.resize(kSamplesPerBlock);
         s.stepIm.resize(kSamplesPerBlock);
         for (int n = 0; n < kSamplesPerBlock; ++n) {
@@ -753,6 +812,22 @@ void Instrument::rebuildScene() {
             s.stepIm[n] = static_cast<float>(std::sin(ph));
         }
         next.push_back(std::move(s));
+    };
+    for (const Tone& t : tones_) {
+        double hz = t.freqHz - centerHz_;
+        if (!centerOverride_ && !streamHz(path, t.freqHz, hz)) continue;
+        double db = t.powerDbm + pathGainDb(t.freqHz, attenDb_, celsius_);
+        if (centerOverride_) {  // the test override: an ideal IF
+            addTone(hz / sampleRate_, 32767.0 * std::pow(10.0, db / 20.0));
+            continue;
+        }
+        if (path.known) db += model::gainCodeDb(path.gainCode);
+        if (path.direct) db -= model::lowFreqLossDb(t.freqHz);
+        const double a = 32767.0 * std::pow(10.0, db / 20.0);
+        cd ti, tq;
+        ifChannels(hz / 50e6, slicePos, ti, tq);
+        addTone(hz / sampleRate_, a * 0.5 * (ti + tq));
+        addTone(-hz / sampleRate_, a * 0.5 * std::conj(ti - tq));
     }
     // Keep phases of tones that survive a rebuild so a temperature change
     // does not jump the signal.
@@ -763,7 +838,13 @@ void Instrument::rebuildScene() {
     // which no attenuator setting removes.
     constexpr double kAdcNoiseDbfsPerHz = -165.0;
     const double bandDb = 10.0 * std::log10(sampleRate_);
-    const double noiseDbfs = noiseDbmPerHz_ + bandDb + pathGainDb(centerLocked(), attenDb_, celsius_);
+    double noiseDbfs = noiseDbmPerHz_ + bandDb + pathGainDb(centre, attenDb_, celsius_);
+    if (!centerOverride_) {
+        if (path.known) noiseDbfs += model::gainCodeDb(path.gainCode);
+        cd ti, tq;
+        ifChannels(1.0 / 64.0, slicePos, ti, tq);
+        noiseDbfs += 10.0 * std::log10((std::norm(ti) + std::norm(tq)) / 2.0);
+    }
     const double power = std::pow(10.0, noiseDbfs / 10.0) + std::pow(10.0, (kAdcNoiseDbfsPerHz + bandDb) / 10.0);
     noiseSigma_ = static_cast<float>(32767.0 * std::sqrt(power / 2.0));
 }

@@ -92,9 +92,12 @@ public:
     // only. A successful FPGA load moves it to the run state. A model made
     // directly starts running; a plugged-in USB instrument starts in boot.
     bool running() const;
-    // Factory programming of the flash (NOR: bits only clear), bypassing
-    // the USB words.
+    // Factory programming of the flash, bypassing the USB words: the
+    // sectors (64 pages of 1024 bytes) it touches are erased first, the
+    // way a factory programmer does; the USB words keep NOR semantics.
     void programFlash(uint32_t byteOffset, const uint8_t* data, size_t n);
+    // Chip erase: an instrument that never saw the factory.
+    void eraseFlash();
     void setRunning(bool running);
     // Waits for a posted read without giving it up: false when `until`
     // passes first (the caller then cancels it, as a USB stack would).
@@ -203,6 +206,7 @@ private:
     void registerWord(uint32_t address, uint32_t w);
     double ncoHz() const;
     double centerLocked() const;
+    void ifChannels(double v, double slicePos, std::complex<double>& ti, std::complex<double>& tq) const;
     // Stream frequency of an RF frequency; false when the path stops it.
     bool streamHz(const RfPath& path, double rfHz, double& out) const;
     void generateLocked(int16_t* iq);
@@ -260,6 +264,8 @@ private:
     RfFrontEnd rf_;
     uint32_t portAddress_ = 0, portCount_ = 0;
     std::array<uint32_t, 256> portWords_{};
+    bool ifFilterLoaded_ = false;  // until then the FPGA passes the IF straight
+    std::array<double, 63> ifTapsA_{}, ifTapsB_{};
     double attenDb_ = 0.0;
     std::vector<float> noiseRe_, noiseIm_;  // unit Gaussian per component
     std::vector<float> scratchRe_, scratchIm_;

@@ -7,6 +7,7 @@
 #include <map>
 #include <mutex>
 
+#include "factory_cal.h"
 #include "usb_bus.h"
 #include "zr_sim.h"
 
@@ -67,6 +68,8 @@ ZrStatus zrSimAttachUSB(ZrDeviceType type, int serial) {
     if (reg.count(serial) != 0) return zrInvalidParameterErr;
     try {
         auto inst = std::make_shared<zr::sim::Instrument>(static_cast<ZrDeviceType>(raw), serial);
+        // It leaves the factory with its calibration in flash.
+        zr::sim::factoryCalibrate(*inst);
         // Plugged in, an instrument waits in its boot state for a host.
         inst->setRunning(false);
         reg.emplace(serial, std::move(inst));

@@ -1,5 +1,6 @@
 #include "rf_model.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace zr::sim {
@@ -15,6 +16,50 @@ double ddsMHz(const uint32_t* w) {
     return static_cast<double>((hi << 24) + lo) * 1000.0 / 281474976710656.0;
 }
 }  // namespace
+
+namespace model {
+namespace {
+constexpr double kTwoPi = 6.283185307179586;
+// The IF model changes only inside the band the correction filter shapes
+// with its fewest columns (nine bins of 781.25 kHz); beyond that it holds.
+double clampIF(double w) { return std::min(std::fabs(w), 9.0 / 64.0); }
+}  // namespace
+
+double rfGainDb(double freqHz, double attenDb, double celsius) {
+    // A slow roll-off with frequency, two ripples of different period, an
+    // attenuator whose steps grow slightly with frequency, and a
+    // temperature drift that grows with frequency. Smooth everywhere so
+    // that interpolated corrections work.
+    const double g = freqHz / 1e9;
+    const double dt = celsius - 25.0;
+    return -4.0 - 0.35 * g + 1.2 * std::sin(kTwoPi * g / 1.7 + 0.3) + 0.6 * std::cos(kTwoPi * g / 0.45) -
+           attenDb * (1.0 + 0.004 * g) - 0.018 * dt * (1.0 + 0.05 * g) + 0.0002 * dt * dt;
+}
+
+double gainCodeDb(int code) { return 0.2 * (code - 20); }
+
+uint8_t factoryGainCode(int slice) { return static_cast<uint8_t>(14 + (slice * 5) % 17); }
+
+double lowFreqLossDb(double freqHz) {
+    if (freqHz >= 5e5) return 0.0;
+    return 0.9 * std::exp(-(std::max(freqHz, 1e5) - 1e5) / 7e4);
+}
+
+double ifShapeDb(double w, double slicePos, double celsius) {
+    const double x = clampIF(w);
+    return 0.25 * std::sin(kTwoPi * x / 0.3 + 0.021 * slicePos) - 0.6 * x + 0.03 * (celsius - 25.0) * x;
+}
+
+double ifRatio(double w, double slicePos, double celsius) {
+    const double x = clampIF(w);
+    return 1.0 + 0.03 * std::cos(kTwoPi * x / 0.25 + 0.013 * slicePos) + 0.0004 * (celsius - 25.0);
+}
+
+double ifPhase(double w, double slicePos, double celsius) {
+    const double x = clampIF(w);
+    return 0.02 * std::sin(kTwoPi * x / 0.2 + 0.009 * slicePos) + 0.0003 * (celsius - 25.0);
+}
+}  // namespace model
 
 double RfFrontEnd::mesaVcoMHz(int b, int c, double celsius) {
     // Four overlapping varactor ranges of about 1 GHz each, slightly

@@ -12,6 +12,25 @@
 
 namespace zr::sim {
 
+// The physics the instrument runs and its factory measures. Frequencies of
+// the IF are |stream offset| / 50 MHz; `slicePos` is the stream centre in
+// units of 39.0625 MHz.
+namespace model {
+// RF front end to the ADC, dB per dBm, at the nominal gain code.
+double rfGainDb(double freqHz, double attenDb, double celsius);
+// The IF amplifier's steps around its nominal code.
+double gainCodeDb(int code);
+// The code the factory sets per slice to centre the IF amplifier.
+uint8_t factoryGainCode(int slice);
+// The direct path's coupling loss near DC (0 from 500 kHz up).
+double lowFreqLossDb(double freqHz);
+// IF response shared by the I and Q paths (dB), and the I/Q imbalance: I
+// over Q amplitude and the I path's phase lead over Q (radians).
+double ifShapeDb(double w, double slicePos, double celsius);
+double ifRatio(double w, double slicePos, double celsius);
+double ifPhase(double w, double slicePos, double celsius);
+}  // namespace model
+
 // What the words put in force.
 struct RfPath {
     bool known = false;     // a path word has been seen

@@ -109,7 +109,7 @@ TEST_F(SimBus, RunningInstrumentAnswersStatusThroughTheUsbTransport) {
 }
 
 TEST_F(SimBus, FlashKeepsNorSemanticsThroughTheServiceWords) {
-    plug(zrDeviceTypeMesa2, 41000005);
+    plug(zrDeviceTypeMesa2, 41000005)->eraseFlash();  // no factory image in the way
     auto t = open(41000005);
     ASSERT_TRUE(t);
     std::vector<uint8_t> page(1024), block(32768);
@@ -196,7 +196,7 @@ TEST_F(SimBus, RidgeChecksumDecidesCalInvalid) {
 }
 
 TEST_F(SimBus, UncalibratedInstrumentLoadsWithoutWritingACache) {
-    plug(zrDeviceTypeMesa1, 41000010);
+    plug(zrDeviceTypeMesa1, 41000010)->eraseFlash();
     DeviceInterfaceUSB t;
     ASSERT_EQ(loadCalibrationUSB(t, 41000010), zrNoError);
     EXPECT_FALSE(zrCalDoesCorrectionsExist(t.image.data()));
