@@ -48,7 +48,10 @@ FftSweep::FftSweep() : ring_(kResultSlots) {
     }
 }
 
-double FftSweep::bandCentreHz(double loHz) { return loHz > 125e6 + 1.0 ? loHz - 125e6 : loHz; }
+double FftSweep::bandCentreHz(bool direct, bool halfClock, double loHz) {
+    if (direct) return halfClock ? 125e6 : 0.0;
+    return loHz - 125e6;
+}
 
 bool FftSweep::capture(const uint32_t* regs, const Scene& scene) {
     const int n = static_cast<int>(regs[kRegFftSize]);
@@ -72,7 +75,7 @@ bool FftSweep::capture(const uint32_t* regs, const Scene& scene) {
     }
     for (const Tone& t : scene.tones) {
         const double offset = (t.freqHz - centre) / kRate;
-        if (std::fabs(offset) >= 0.5) continue;
+        if (std::fabs(offset) >= 0.5 || (scene.direct && (t.freqHz < 0.0 || t.freqHz > 160e6))) continue;
         const double amplitude = std::pow(10.0, (t.powerDbm + scene.pathGainDb(t.freqHz)) / 20.0);
         // A rotating phasor, renormalised now and then against drift.
         const double step = kTwoPi * offset;

@@ -29,6 +29,7 @@ public:
         const std::vector<Tone>& tones;
         double noiseDbmPerHz;
         double centreHz;  // RF at the centre of the IF band (bandCentreHz)
+        bool direct;      // the direct path, whose low-pass ends at 160 MHz
         std::function<double(double)> pathGainDb;
     };
 
@@ -41,10 +42,10 @@ public:
     // Fills one reply of a fetch; results that no longer exist read zero.
     void render(uint32_t handle, uint32_t block, uint8_t* dst, uint32_t bytes) const;
 
-    // Where the IF band of a tune lies: at and below 125 MHz the LO is the
-    // centre of the band (the direct path), above it the band is the
-    // 250 MHz below the LO.
-    static double bandCentreHz(double loHz);
+    // Where the band of a tune lies: on the direct path it is centred on 0
+    // or, with the half-clock bit of the IF control, on 125 MHz; behind the
+    // LO it is the 250 MHz below the LO.
+    static double bandCentreHz(bool direct, bool halfClock, double loHz);
 
 private:
     struct Result {

@@ -166,12 +166,15 @@ bool Instrument::decodeWord(uint32_t w, std::unique_lock<std::mutex>& lock,
             Reply r{ReplyKind::Status, 0, 0, 0, 0, 0};
             return pushReply(r, lock, deadline);
         }
-        case 0x15:
-            // The settable centre stands for the centre of the IF band.
-            fft_->capture(regs_.data(), FftSweep::Scene{tones_, noiseDbmPerHz_, centerHz_, [this](double f) {
-                              return pathGainDb(f, attenDb_, celsius_);
-                          }});
+        case 0x15: {
+            // The FFT's band follows the tune, unless a test fixed the centre.
+            const RfPath path = rf_.path(celsius_);
+            const double centre =
+                centerOverride_ ? centerHz_ : FftSweep::bandCentreHz(path.direct, (regs_[0x3C] & 8) != 0, path.firstLoHz);
+            fft_->capture(regs_.data(), FftSweep::Scene{tones_, noiseDbmPerHz_, centre, !centerOverride_ && path.direct,
+                                                        [this](double f) { return pathGainDb(f, attenDb_, celsius_); }});
             return true;
+        }
         case 0x25:
             return pushReply(Reply{ReplyKind::Fft, uint8_t(w >> 16), fft_->fetch((w >> 16) & 0xFF), 0, 0, 0}, lock,
                              deadline);

@@ -60,6 +60,9 @@ protected:
 };
 
 TEST_P(FastNarrowLevel, ToneAtItsFrequencyThroughBothEngines) {
+    // The Mesa synthesizer's tuning codes come from its calibration.
+    if (GetParam() == zrDeviceTypeMesa2 && !factoryCalibrated())
+        GTEST_SKIP() << "the simulated instrument carries no factory calibration";
     zrSetSweepSpeed(handle, zrSweepSpeedFast);
     for (double f : frequencies()) {
         zrSimClearSignals(kSerial);
