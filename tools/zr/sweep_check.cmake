@@ -1,5 +1,6 @@
 # Runs zr sweep with ARGS, writing CSV, then checks TONES (FREQ:DBM each)
 # in that file with CHECK. Both must pass.
+include(${CMAKE_CURRENT_LIST_DIR}/sim_physics_probe.cmake)
 execute_process(COMMAND ${ZR} ${ARGS} --csv ${CSV} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err TIMEOUT 300)
 message("${out}${err}")
 if(NOT rc EQUAL 0)
