@@ -66,6 +66,13 @@ std::string frequencyInto(std::optional<double>& field, const char* option, cons
     return {};
 }
 
+std::string countInto(int& field, const char* option, const std::string& v, long lo, long hi, const char* what) {
+    auto n = parseInteger(v, lo, hi);
+    if (!n) return std::string(option) + " " + v + ": " + what + std::to_string(lo) + " to " + std::to_string(hi);
+    field = static_cast<int>(*n);
+    return {};
+}
+
 std::string pathInto(std::string& field, const char* option, const std::string& v) {
     if (v.empty()) return std::string(option) + " needs a file name";
     field = v;
@@ -159,19 +166,9 @@ const std::vector<Option>& options() {
         {"--window", "sweep", true, [](Invocation& i, const std::string& v) { return choiceInto(i.sweep.window, kWindows, "--window", v); }},
         {"--speed", "sweep", true, [](Invocation& i, const std::string& v) { return choiceInto(i.sweep.speed, kSpeeds, "--speed", v); }},
         {"--count", "sweep", true,
-         [](Invocation& inv, const std::string& v) -> std::string {
-             auto n = parseInteger(v, 1, 100000);
-             if (!n) return "--count " + v + ": a number of sweeps, 1 to 100000";
-             inv.sweep.count = static_cast<int>(*n);
-             return {};
-         }},
+         [](Invocation& i, const std::string& v) { return countInto(i.sweep.count, "--count", v, 1, 100000, "a number of sweeps, "); }},
         {"--peaks", "sweep", true,
-         [](Invocation& inv, const std::string& v) -> std::string {
-             auto n = parseInteger(v, 0, 100);
-             if (!n) return "--peaks " + v + ": 0 to 100";
-             inv.sweep.peaks = static_cast<int>(*n);
-             return {};
-         }},
+         [](Invocation& i, const std::string& v) { return countInto(i.sweep.peaks, "--peaks", v, 0, 100, ""); }},
         {"--csv", "sweep", true, [](Invocation& i, const std::string& v) { return pathInto(i.sweep.csvPath, "--csv", v); }},
         {"--plot", "sweep", true, [](Invocation& i, const std::string& v) { return pathInto(i.sweep.plotPath, "--plot", v); }},
     };

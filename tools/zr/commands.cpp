@@ -13,7 +13,6 @@
 
 #include "csv.h"
 #include "peaks.h"
-#include "pending_exports.h"
 #include "plot.h"
 #include "progress.h"
 #include "units.h"
@@ -140,14 +139,13 @@ bool applySettings(int h, const SweepRequest& s, int* rc) {
 
 bool acquire(const OpenDevice& dev, const SweepRequest& req, SweepResult* out, int* rc) {
     const int h = dev.handle();
-    if (!sweepCallsPresent()) {
-        std::fprintf(stderr, "zr: this libzr_api.so has no sweeps yet\n");
-        *rc = 1;
-        return false;
-    }
     if (!applySettings(h, req, rc)) return false;
-    if (!check("configure", zrConfigure(h, zrModeSweeping), rc,
-               "the settings were accepted, but the instrument could not enter sweeping")) return false;
+    const ZrStatus configured = zrConfigure(h, zrModeSweeping);
+    if (!check("configure", configured, rc,
+               configured == zrInvalidConfigurationErr
+                   ? "this library cannot run the sweep engine these settings choose; --speed normal takes the stepped one"
+                   : nullptr))
+        return false;
     int length = 0;
     if (!check("sweep parameters", zrGetSweepParameters(h, &out->rbw, &out->vbw, &out->startHz, &out->binHz, &length), rc))
         return false;

@@ -1,6 +1,7 @@
-// zr_csv_tone_check FILE FREQ:DBM...: passes when the trace in FILE (as
-// written by zr sweep --csv) has, for each tone, its highest point near
-// FREQ within one bin of FREQ and within 1 dB of DBM.
+// zr_csv_tone_check [--frequency-only] FILE FREQ:DBM...: passes when the
+// trace in FILE (as written by zr sweep --csv) has, for each tone, its
+// highest point near FREQ within one bin of FREQ and, unless only the
+// frequency is asked for, within 1 dB of DBM.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -10,8 +11,13 @@
 #include "zr/units.h"
 
 int main(int argc, char** argv) {
+    const bool frequencyOnly = argc > 1 && std::string(argv[1]) == "--frequency-only";
+    if (frequencyOnly) {
+        --argc;
+        ++argv;
+    }
     if (argc < 3) {
-        std::fprintf(stderr, "usage: zr_csv_tone_check FILE FREQ:DBM...\n");
+        std::fprintf(stderr, "usage: zr_csv_tone_check [--frequency-only] FILE FREQ:DBM...\n");
         return 2;
     }
     FILE* f = std::fopen(argv[1], "r");
@@ -37,28 +43,37 @@ int main(int argc, char** argv) {
         return 1;
     }
     const double bin = (freq.back() - freq.front()) / (freq.size() - 1);
-    int failures = 0;
+    std::vector<double> tf, tp;
     for (int a = 2; a < argc; ++a) {
         const std::string tone = argv[a];
         const size_t colon = tone.find(':');
-        auto tf = zrtool::parseFrequency(tone.substr(0, colon));
-        auto tp = colon == std::string::npos ? std::nullopt : zrtool::parseLevel(tone.substr(colon + 1));
-        if (!tf || !tp) {
+        auto f = zrtool::parseFrequency(tone.substr(0, colon));
+        auto p = colon == std::string::npos ? std::nullopt : zrtool::parseLevel(tone.substr(colon + 1));
+        if (!f || !p) {
             std::fprintf(stderr, "%s: not FREQ:DBM\n", tone.c_str());
             return 2;
         }
-        // The highest point within 1 MHz or 20 bins, whichever is wider:
-        // enough for the tone's own skirt, too little to reach another tone.
-        const double reach = std::max(1e6, 20 * bin);
+        tf.push_back(*f);
+        tp.push_back(*p);
+    }
+    int failures = 0;
+    for (size_t t = 0; t < tf.size(); ++t) {
+        // The highest point within 1 MHz or 20 bins, whichever is wider,
+        // and never halfway to another tone: enough for the tone's own
+        // skirt, too little to reach its neighbour.
+        double reach = std::max(1e6, 20 * bin);
+        for (size_t o = 0; o < tf.size(); ++o)
+            if (o != t) reach = std::min(reach, std::fabs(tf[o] - tf[t]) / 2);
+        const std::string tone = argv[t + 2];
         size_t best = freq.size();
         for (size_t i = 0; i < freq.size(); ++i)
-            if (std::fabs(freq[i] - *tf) <= reach && (best == freq.size() || level[i] > level[best])) best = i;
+            if (std::fabs(freq[i] - tf[t]) <= reach && (best == freq.size() || level[i] > level[best])) best = i;
         if (best == freq.size()) {
             std::fprintf(stderr, "%s: outside the sweep\n", tone.c_str());
             ++failures;
             continue;
         }
-        const bool ok = std::fabs(freq[best] - *tf) <= bin && std::fabs(level[best] - *tp) <= 1.0;
+        const bool ok = std::fabs(freq[best] - tf[t]) <= bin && (frequencyOnly || std::fabs(level[best] - tp[t]) <= 1.0);
         std::printf("%s: highest point %.1f Hz at %.2f dBm (bin %.1f Hz) %s\n", tone.c_str(), freq[best], level[best], bin,
                     ok ? "ok" : "WRONG");
         failures += !ok;
