@@ -64,8 +64,8 @@ TEST(Models, FirmwareGates) {
     }
 }
 
-// Defaults that a rejected setter would leave in place are pinned by the
-// settings table; these are the ones nothing else reads back.
+// Defaults that a rejected setter leaves in place are pinned by the settings
+// table and the service tests; these are the ones nothing else reads back.
 TEST(DeviceDefaults, NewDeviceHoldsEveryDefault) {
     for (ZrDeviceType type : {zrDeviceTypeMesa2, zrDeviceTypeRidge2}) {
         InstalledDevice d(type, 87654321);
@@ -79,28 +79,57 @@ TEST(DeviceDefaults, NewDeviceHoldsEveryDefault) {
         EXPECT_EQ(dev.lossCounter, -1);
         EXPECT_EQ(dev.gpsPulses.readIndex, -1);
         EXPECT_EQ(dev.attenuator, -1);
+        EXPECT_EQ(dev.refLevel, 0.0);
+        EXPECT_EQ(dev.loOffset, 0u);
         EXPECT_EQ(dev.fanThreshold, 50u);
-        EXPECT_EQ(dev.sweep.rbw, 100000.0);
-        EXPECT_EQ(dev.sweep.vbw, 100000.0);
-        EXPECT_EQ(dev.sweep.sweepTime, 0.0);
+        EXPECT_EQ(dev.networkFragmentation, 0);
+        EXPECT_EQ(dev.lastStatusTick, 0u);
+
+        const ZrSweepSettings& s = dev.sweep;
+        EXPECT_EQ(s.rbw, 100000.0);
+        EXPECT_EQ(s.vbw, 100000.0);
+        EXPECT_EQ(s.sweepTime, 0.0);
+        EXPECT_EQ(s.actualRBW, 0.0);
+        EXPECT_EQ(s.sweepLength, 0);
         // 100 kHz to 20.6 GHz on every model.
-        EXPECT_DOUBLE_EQ(dev.sweep.center - dev.sweep.span / 2, 100e3);
-        EXPECT_DOUBLE_EQ(dev.sweep.center + dev.sweep.span / 2, 20.6e9);
+        EXPECT_DOUBLE_EQ(s.center - s.span / 2, 100e3);
+        EXPECT_DOUBLE_EQ(s.center + s.span / 2, 20.6e9);
+
         EXPECT_EQ(dev.realTime.center, 1e9);
         EXPECT_EQ(dev.realTime.rbw, 30000.0);
+        EXPECT_EQ(dev.realTime.scale, zrScaleLog);
         EXPECT_EQ(dev.realTime.dynamicRange, 100.0);
+
         EXPECT_EQ(dev.iq.center, 1e9);
+        EXPECT_EQ(dev.iq.softwareFilter, zrFalse);
         EXPECT_EQ(dev.iq.sampleRate, 5e7);
-        EXPECT_EQ(dev.segmented.center, 1e9);
-        ASSERT_EQ(dev.segmented.maskAmplitudes.size(), 1u);
-        EXPECT_EQ(dev.segmented.maskFrequencies[0], 0.0);
-        EXPECT_EQ(dev.segmented.maskAmplitudes[0], -50.0);
+
+        const SegmentedSettings& sg = dev.segmented;
+        EXPECT_EQ(sg.dataType, zrDataType32fc);
+        EXPECT_EQ(sg.center, 1e9);
+        EXPECT_EQ(sg.videoTriggerEdge, 0u);
+        EXPECT_EQ(sg.extTriggerEdge, 0u);
+        ASSERT_EQ(sg.maskAmplitudes.size(), 1u);
+        EXPECT_EQ(sg.maskFrequencies[0], 0.0);
+        EXPECT_EQ(sg.maskAmplitudes[0], -50.0);
+        const ZrSegmentSettings seg;
+        EXPECT_EQ(seg.triggerType, 0u);
+        EXPECT_EQ(seg.preTrigger, 0);
+        EXPECT_EQ(seg.timeout, 0.0);
+
         EXPECT_EQ(dev.audio.center, 97100.0);
         EXPECT_EQ(dev.audio.ifBandwidth, 200000.0);
         EXPECT_EQ(dev.audio.lowPass, 12000.0);
         EXPECT_EQ(dev.audio.highPass, 100.0);
+        EXPECT_GE(dev.audio.fmDeemphasisUs, 1.0);
+        EXPECT_LE(dev.audio.fmDeemphasisUs, 100.0);
+        EXPECT_EQ(dev.iqSweepList.dataType, zrDataType32fc);
+        EXPECT_EQ(dev.iqSweepList.uncorrected, 0);
+
         EXPECT_EQ(dev.sweepEngine, nullptr);
         EXPECT_EQ(dev.iqEngine, nullptr);
+        EXPECT_EQ(dev.segmentedEngine, nullptr);
+        EXPECT_EQ(dev.customEngine, nullptr);
     }
 }
 

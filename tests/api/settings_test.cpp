@@ -32,6 +32,7 @@ std::vector<Row> rows() {
     using D = const ZrDevice&;
     return {
         // Sweep.
+        {"speed fast", M, [](int h) { return zrSetSweepSpeed(h, zrSweepSpeedFast); }, zrNoError, [](D d) { return d.sweep.speed == zrSweepSpeedFast; }},
         {"speed 3", M, [](int h) { return zrSetSweepSpeed(h, (ZrSweepSpeed)3); }, zrInvalidParameterErr, [](D d) { return d.sweep.speed == zrSweepSpeedAuto; }},
         {"speed -1", M, [](int h) { return zrSetSweepSpeed(h, (ZrSweepSpeed)-1); }, zrInvalidParameterErr, [](D d) { return d.sweep.speed == zrSweepSpeedAuto; }},
         {"center/span low edge", M, [](int h) { return zrSetSweepCenterSpan(h, 1e6, 1e7); }, zrSettingClamped,
@@ -56,6 +57,8 @@ std::vector<Row> rows() {
          [](D d) { return d.sweep.rbw == 1e6 && d.sweep.vbw == 1e6 && d.sweep.sweepTime == 1.0; }},
         {"vbw below rbw/1e4", M, [](int h) { return zrSetSweepCoupling(h, 1e6, 50.0, 1.0); }, zrSettingClamped,
          [](D d) { return d.sweep.vbw == 100.0; }},
+        {"coupling fits", M, [](int h) { return zrSetSweepCoupling(h, 1e6, 1e6, 1.0); }, zrNoError,
+         [](D d) { return d.sweep.vbw == 1e6; }},
         {"rbw stored unchanged", M, [](int h) { return zrSetSweepCoupling(h, 1e12, 1e9, 1.0); }, zrNoError,
          [](D d) { return d.sweep.rbw == 1e12; }},
         {"sweep time zero", M, [](int h) { return zrSetSweepCoupling(h, 1e5, 1e5, 0.0); }, zrSettingClamped,
@@ -68,11 +71,13 @@ std::vector<Row> rows() {
          [](D d) { return d.sweep.detector == zrDetectorAverage && d.sweep.videoUnits == zrVideoPower; }},
         {"video units 4", M, [](int h) { return zrSetSweepDetector(h, zrDetectorMinMax, (ZrVideoUnits)4); }, zrInvalidParameterErr,
          [](D d) { return d.sweep.detector == zrDetectorAverage; }},
+        {"scale lin", M, [](int h) { return zrSetSweepScale(h, zrScaleLin); }, zrNoError, [](D d) { return d.sweep.scale == zrScaleLin; }},
         {"scale 2", M, [](int h) { return zrSetSweepScale(h, (ZrScale)2); }, zrInvalidParameterErr, [](D d) { return d.sweep.scale == zrScaleLog; }},
         {"window 0", M, [](int h) { return zrSetSweepWindow(h, zrWindowFlatTop); }, zrNoError, [](D d) { return d.sweep.window == zrWindowFlatTop; }},
         {"window 6", M, [](int h) { return zrSetSweepWindow(h, zrWindowRect); }, zrNoError, [](D d) { return d.sweep.window == zrWindowRect; }},
         {"window 1", M, [](int h) { return zrSetSweepWindow(h, (ZrWindowType)1); }, zrInvalidParameterErr, [](D d) { return d.sweep.window == zrWindowNuttall; }},
         {"window 7", M, [](int h) { return zrSetSweepWindow(h, (ZrWindowType)7); }, zrInvalidParameterErr, [](D d) { return d.sweep.window == zrWindowNuttall; }},
+        {"spur reject on", M, [](int h) { return zrSetSweepSpurReject(h, zrTrue); }, zrNoError, [](D d) { return d.sweep.spurReject == 1; }},
         {"spur reject 2", M, [](int h) { return zrSetSweepSpurReject(h, (ZrBool)2); }, zrInvalidParameterErr, [](D d) { return d.sweep.spurReject == 0; }},
 
         // Real time.
@@ -80,6 +85,7 @@ std::vector<Row> rows() {
         {"rt span above", M, [](int h) { return zrSetRealTimeCenterSpan(h, 1e9, 2e8); }, zrSettingClamped, [](D d) { return d.realTime.span == 1.6e8; }},
         {"rt center above", R, [](int h) { return zrSetRealTimeCenterSpan(h, 50e9, 1e6); }, zrSettingClamped,
          [](D d) { return d.realTime.center == 44.2e9 && d.realTime.span == 1e6; }},
+        {"rt fits", M, [](int h) { return zrSetRealTimeCenterSpan(h, 2.4e9, 1e8); }, zrNoError, [](D d) { return d.realTime.center == 2.4e9; }},
         {"rt rbw low", M, [](int h) { return zrSetRealTimeRBW(h, 1000.0); }, zrSettingClamped, [](D d) { return d.realTime.rbw == 1500.0; }},
         {"rt rbw high", M, [](int h) { return zrSetRealTimeRBW(h, 2e7); }, zrSettingClamped, [](D d) { return d.realTime.rbw == 1e7; }},
         {"rt rbw edge", M, [](int h) { return zrSetRealTimeRBW(h, 1500.0); }, zrNoError, [](D d) { return d.realTime.rbw == 1500.0; }},
@@ -98,6 +104,7 @@ std::vector<Row> rows() {
         {"iq data type 2", M, [](int h) { return zrSetIQDataType(h, (ZrDataType)2); }, zrInvalidParameterErr, [](D d) { return d.iq.dataType == zrDataType32fc; }},
         {"iq center low", M, [](int h) { return zrSetIQCenterFreq(h, 1.0); }, zrSettingClamped, [](D d) { return d.iq.center == 9000.0; }},
         {"iq decimation 4096", M, [](int h) { return zrSetIQSampleRate(h, 4096); }, zrNoError, [](D d) { return d.iq.decimation == 4096; }},
+        {"iq decimation 2", M, [](int h) { return zrSetIQSampleRate(h, 2); }, zrNoError, [](D d) { return d.iq.decimation == 2; }},
         {"iq decimation 0", M, [](int h) { return zrSetIQSampleRate(h, 0); }, zrInvalidIQDecimationErr, [](D d) { return d.iq.decimation == 1; }},
         {"iq decimation 3", M, [](int h) { return zrSetIQSampleRate(h, 3); }, zrInvalidIQDecimationErr, [](D d) { return d.iq.decimation == 1; }},
         {"iq decimation 8192", M, [](int h) { return zrSetIQSampleRate(h, 8192); }, zrInvalidIQDecimationErr, [](D d) { return d.iq.decimation == 1; }},
@@ -106,6 +113,7 @@ std::vector<Row> rows() {
          [](D d) { return d.iq.softwareFilter == zrTrue && d.iq.bandwidth == 5e9; }},
         {"iq bandwidth flag 2", M, [](int h) { return zrSetIQBandwidth(h, (ZrBool)2, 1e6); }, zrInvalidParameterErr, [](D d) { return d.iq.bandwidth == 1.6e8; }},
         {"iq edge 2", M, [](int h) { return zrSetIQExtTriggerEdge(h, (ZrTriggerEdge)2); }, zrInvalidParameterErr, [](D d) { return d.iq.extTriggerEdge == 0; }},
+        {"iq edge 1", M, [](int h) { return zrSetIQExtTriggerEdge(h, zrTriggerEdge1); }, zrNoError, [](D d) { return d.iq.extTriggerEdge == 1; }},
         {"queue below, silently", M, [](int h) { return zrSetIQQueueSize(h, 1.0f); }, zrNoError, [](D d) { return d.iq.queueSizeMs == kMinIQQueueMs; }},
         {"queue above, silently", M, [](int h) { return zrSetIQUSBQueueSize(h, 100.0f); }, zrNoError, [](D d) { return d.iq.queueSizeMs == kMaxIQQueueMs; }},
         {"queue NaN", M, [](int h) { return zrSetIQQueueSize(h, NAN); }, zrInvalidParameterErr, [](D d) { return d.iq.queueSizeMs == 31.45728f; }},
@@ -113,6 +121,7 @@ std::vector<Row> rows() {
         // Audio.
         {"audio center high", M, [](int h) { return zrSetAudioCenterFreq(h, 30e9); }, zrSettingClamped, [](D d) { return d.audio.center == 20.6e9; }},
         {"audio type 5", M, [](int h) { return zrSetAudioType(h, (ZrAudioType)5); }, zrInvalidParameterErr, [](D d) { return d.audio.type == zrAudioFM; }},
+        {"audio type CW", M, [](int h) { return zrSetAudioType(h, zrAudioCW); }, zrNoError, [](D d) { return d.audio.type == zrAudioCW; }},
         {"audio filters low", M, [](int h) { return zrSetAudioFilters(h, 100.0, 500.0, 10.0); }, zrSettingClamped,
          [](D d) { return d.audio.ifBandwidth == 500.0 && d.audio.lowPass == 1000.0 && d.audio.highPass == 20.0; }},
         {"audio filters high", M, [](int h) { return zrSetAudioFilters(h, 3e5, 2e4, 2000.0); }, zrSettingClamped,
@@ -120,6 +129,7 @@ std::vector<Row> rows() {
         {"audio filters one edge", M, [](int h) { return zrSetAudioFilters(h, 1e5, 5000.0, 1001.0); }, zrSettingClamped,
          [](D d) { return d.audio.ifBandwidth == 1e5 && d.audio.lowPass == 5000.0 && d.audio.highPass == 1000.0; }},
         {"deemphasis 0", M, [](int h) { return zrSetAudioFMDeemphasis(h, 0.0); }, zrSettingClamped, [](D d) { return d.audio.fmDeemphasisUs == 1.0; }},
+        {"deemphasis 50", M, [](int h) { return zrSetAudioFMDeemphasis(h, 50.0); }, zrNoError, [](D d) { return d.audio.fmDeemphasisUs == 50.0; }},
 
         // Full band.
         {"fb atten 7", M, [](int h) { return zrSetIQFullBandAtten(h, 7); }, zrInvalidParameterErr, [](D d) { return d.fullBand.attenuator == 0; }},
@@ -130,6 +140,8 @@ std::vector<Row> rows() {
         {"fb samples 32768", M, [](int h) { return zrSetIQFullBandSamples(h, 32768); }, zrNoError, [](D d) { return d.fullBand.samples == 32768; }},
         {"fb samples 2047", M, [](int h) { return zrSetIQFullBandSamples(h, 2047); }, zrInvalidParameterErr, [](D d) { return d.fullBand.samples == 32768; }},
         {"fb samples 32769", M, [](int h) { return zrSetIQFullBandSamples(h, 32769); }, zrInvalidParameterErr, [](D d) { return d.fullBand.samples == 32768; }},
+        {"fb trigger external", M, [](int h) { return zrSetIQFullBandTriggerType(h, zrTriggerTypeExternal); }, zrNoError,
+         [](D d) { return d.fullBand.triggerType == zrTriggerTypeExternal; }},
         {"fb trigger mask", M, [](int h) { return zrSetIQFullBandTriggerType(h, zrTriggerTypeFrequencyMask); }, zrInvalidParameterErr,
          [](D d) { return d.fullBand.triggerType == zrTriggerTypeImmediate; }},
         {"fb video without gate", M, [](int h) { return zrSetIQFullBandTriggerType(h, zrTriggerTypeVideo); }, zrInvalidConfigurationErr,
