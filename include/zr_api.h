@@ -605,6 +605,15 @@ ZR_EXPORT ZrStatus zrConfigure(int device, ZrMode mode);
 ZR_EXPORT ZrStatus zrAbort(int device);
 ZR_EXPORT ZrStatus zrGetCurrentMode(int device, ZrMode* mode);
 
+/* ---- Sweeps ----
+ * A sweep queue of 16 positions (0..15): zrStartSweep queues a sweep,
+ * zrFinishSweep waits for it and copies sweepLength values to each trace
+ * that is not null. zrGetSweep is both at position 0. The narrow-span
+ * engine acquires inside the finish and ignores positions. */
+ZR_EXPORT ZrStatus zrStartSweep(int device, int position);
+ZR_EXPORT ZrStatus zrFinishSweep(int device, int position, float* sweepMin, float* sweepMax, int64_t* timestamp);
+ZR_EXPORT ZrStatus zrGetSweep(int device, float* sweepMin, float* sweepMax, int64_t* timestamp);
+
 #ifdef __cplusplus
 }
 #endif

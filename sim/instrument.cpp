@@ -36,7 +36,8 @@ uint64_t xorshift(uint64_t& s) {
 }  // namespace
 
 Instrument::Instrument(ZrDeviceType type, int serial)
-    : type_(type), serial_(serial), epoch_(std::chrono::steady_clock::now()), regs_(0x10000, 0) {
+    : type_(type), serial_(serial), epoch_(std::chrono::steady_clock::now()), regs_(0x10000, 0),
+      rf_(type == zrDeviceTypeRidge2 || type == zrDeviceTypeRidge3) {
     utcSecondsAtTickZero_ = std::chrono::duration_cast<std::chrono::seconds>(
                                 std::chrono::system_clock::now().time_since_epoch()).count();
     noiseRe_.resize(kNoiseTable);
@@ -49,6 +50,7 @@ Instrument::Instrument(ZrDeviceType type, int serial)
         noiseRe_[i] = static_cast<float>(r * std::cos(kTwoPi * u2));
         noiseIm_[i] = static_cast<float>(r * std::sin(kTwoPi * u2));
     }
+    sampleSlots_.resize(kFifoReplies * 2 * kSamplesPerBlock);
     scratchRe_.resize(kSamplesPerBlock);
     scratchIm_.resize(kSamplesPerBlock);
     rebuildScene();
@@ -89,7 +91,7 @@ bool Instrument::decodeWord(uint32_t w, std::unique_lock<std::mutex>& lock,
             if (--remaining_ == 0) parse_ = Parse::Word;
             return true;
         case Parse::Registers:
-            regs_[regAddress_ & 0xFFFF] = w;
+            registerWord(regAddress_, w);
             ++regAddress_;
             if (--remaining_ == 0) parse_ = Parse::Word;
             return true;
@@ -128,6 +130,8 @@ bool Instrument::decodeWord(uint32_t w, std::unique_lock<std::mutex>& lock,
                 parse_ = Parse::Registers;
                 remaining_ = count;
                 regAddress_ = w & 0xFFFF;
+                portAddress_ = regAddress_;
+                portCount_ = 0;
             }
             return true;
         }
@@ -244,7 +248,11 @@ bool Instrument::pushReply(Reply r, std::unique_lock<std::mutex>& lock,
                                                                            kSamplesPerBlock * kTickHz / sampleRate_)
                             : r.statusTick;
     }
-    fifo_[(fifoHead_ + fifoCount_) % kFifoReplies] = r;
+    const size_t slot = (fifoHead_ + fifoCount_) % kFifoReplies;
+    // Samples are taken when the word is executed, under the tune then in
+    // force; a list that retunes before the host reads must not move them.
+    if (r.kind == ReplyKind::Data && r.arg != 0) generateLocked(sampleSlots_.data() + slot * 2 * kSamplesPerBlock);
+    fifo_[slot] = r;
     ++fifoCount_;
     pump();
     cv_.notify_all();
@@ -465,13 +473,8 @@ void Instrument::render(const Reply& r, uint8_t* dst, uint32_t bytes) {
         case ReplyKind::Data:
             ++dataBlocksSent_;
             if (r.arg != 0) {
-                if (bytes == kReplyBytes) {
-                    generateLocked(reinterpret_cast<int16_t*>(dst));
-                } else {
-                    int16_t tmp[2 * kSamplesPerBlock];
-                    generateLocked(tmp);
-                    std::memcpy(dst, tmp, bytes);
-                }
+                const size_t slot = static_cast<size_t>(&r - fifo_.data());
+                std::memcpy(dst, sampleSlots_.data() + slot * 2 * kSamplesPerBlock, bytes);
             } else {
                 std::memset(dst, 0, bytes);
             }
@@ -635,6 +638,67 @@ void Instrument::renderGps(const Reply& r, uint8_t* p) {
     put16(p, 22, static_cast<uint16_t>((n + 3) / 4));
 }
 
+// ------------------------------------------------------------ RF decoding
+//
+// Writes that start at an RF port (0x100..0x180) are serial transfers: all
+// their words go to that one port, which decodes them when the transfer is
+// complete. The register file keeps the plain view as well.
+
+void Instrument::registerWord(uint32_t address, uint32_t w) {
+    regs_[address & 0xFFFF] = w;
+    if (address == 0x2C) rf_.setRouting(w);
+    if (portAddress_ < 0x100 || portAddress_ > 0x180) {
+        if (address == 0x3C && streaming_) rebuildScene();
+        return;
+    }
+    portWords_[portCount_++] = w;
+    if (remaining_ != 1) return;  // more words of this transfer to come
+    rf_.portWrite(portAddress_, portWords_.data(), portCount_);
+    if (portAddress_ == 0x150 || portAddress_ == 0x170) {
+        const RfPath p = rf_.path(celsius_);
+        if (p.known) attenDb_ = p.attenDb;
+    }
+    if (streaming_) rebuildScene();
+}
+
+// The down-converter's NCO steps in 1/1024 of the 250 MHz clock, counted
+// down from 0 or, with the filter control's bit 3, from half the clock.
+double Instrument::ncoHz() const {
+    const double half = (regs_[0x3C] & 8) ? 125e6 : 0.0;
+    return half - static_cast<double>(tuneWord_) * 244140.625;
+}
+
+namespace {
+double wrapClock(double hz) { return hz - 250e6 * std::floor((hz + 125e6) / 250e6); }
+}  // namespace
+
+bool Instrument::streamHz(const RfPath& path, double rfHz, double& out) const {
+    if (path.direct) {
+        // The direct path's low-pass ends above the highest direct slice.
+        if (rfHz < 0.0 || rfHz > 160e6) return false;
+        out = wrapClock(rfHz - ncoHz());
+        return true;
+    }
+    // High-side LO; the IF filter passes 0 to 120 MHz below it. The image
+    // (RF above the LO) is rejected by the quadrature mixer.
+    const double below = path.firstLoHz - rfHz;
+    if (below <= 0.0 || below > 120e6) return false;
+    out = wrapClock(rfHz - path.firstLoHz - ncoHz());
+    return true;
+}
+
+double Instrument::centerLocked() const {
+    if (centerOverride_) return centerHz_;
+    const RfPath p = rf_.path(celsius_);
+    if (p.direct) return wrapClock(ncoHz() - 125e6) + 125e6;  // 0 to 250 MHz
+    return p.firstLoHz + wrapClock(ncoHz());
+}
+
+RfPath Instrument::rfPath() const {
+    std::lock_guard lock(mu_);
+    return rf_.path(celsius_);
+}
+
 // ---------------------------------------------------------------- signal
 
 double Instrument::pathGainDb(double freqHz, double attenDb, double celsius) {
@@ -655,9 +719,12 @@ double Instrument::pathGainDb(double freqHz) const {
 void Instrument::rebuildScene() {
     std::vector<ToneState> next;
     next.reserve(tones_.size());
+    const RfPath path = rf_.path(celsius_);
     for (size_t i = 0; i < tones_.size(); ++i) {
         const Tone& t = tones_[i];
-        const double offset = (t.freqHz - centerHz_) / sampleRate_;
+        double hz = t.freqHz - centerHz_;
+        if (!centerOverride_ && !streamHz(path, t.freqHz, hz)) continue;
+        const double offset = hz / sampleRate_;
         // The instrument's anti-alias filtering keeps only the inner 90 %.
         if (std::fabs(offset) > 0.45) continue;
         ToneState s;
@@ -678,8 +745,13 @@ void Instrument::rebuildScene() {
     for (size_t i = 0; i < next.size() && i < toneStates_.size(); ++i)
         if (next[i].offsetCycles == toneStates_[i].offsetCycles) next[i].phase = toneStates_[i].phase;
     toneStates_ = std::move(next);
-    const double noiseDbfs = noiseDbmPerHz_ + 10.0 * std::log10(sampleRate_) + pathGainDb(centerHz_, attenDb_, celsius_);
-    noiseSigma_ = static_cast<float>(32767.0 * std::pow(10.0, noiseDbfs / 20.0) / std::sqrt(2.0));
+    // The scene's noise through the path, plus the converter's own floor,
+    // which no attenuator setting removes.
+    constexpr double kAdcNoiseDbfsPerHz = -165.0;
+    const double bandDb = 10.0 * std::log10(sampleRate_);
+    const double noiseDbfs = noiseDbmPerHz_ + bandDb + pathGainDb(centerLocked(), attenDb_, celsius_);
+    const double power = std::pow(10.0, noiseDbfs / 10.0) + std::pow(10.0, (kAdcNoiseDbfsPerHz + bandDb) / 10.0);
+    noiseSigma_ = static_cast<float>(32767.0 * std::sqrt(power / 2.0));
 }
 
 void Instrument::generateLocked(int16_t* iq) {
@@ -756,11 +828,17 @@ float Instrument::temperature() const {
 void Instrument::setCenterFrequency(double hz) {
     std::lock_guard lock(mu_);
     centerHz_ = hz;
+    centerOverride_ = true;
+    rebuildScene();
+}
+void Instrument::clearCenterOverride() {
+    std::lock_guard lock(mu_);
+    centerOverride_ = false;
     rebuildScene();
 }
 double Instrument::centerFrequency() const {
     std::lock_guard lock(mu_);
-    return centerHz_;
+    return centerLocked();
 }
 void Instrument::setAttenuatorDb(double db) {
     std::lock_guard lock(mu_);

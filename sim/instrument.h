@@ -22,6 +22,7 @@
 #include <mutex>
 #include <vector>
 
+#include "rf_model.h"
 #include "zr_api.h"
 
 namespace zr::sim {
@@ -103,8 +104,15 @@ public:
     void setNoiseFloor(double dbmPerHz);
     void setTemperature(float celsius);
     float temperature() const;
-    void setCenterFrequency(double hz);
+    // The RF frequency that lands at the centre of the stream, as the RF
+    // and synthesizer words and the digital tune word put it.
     double centerFrequency() const;
+    // What the RF words have put in force.
+    RfPath rfPath() const;
+    // Test overrides: a fixed centre that ignores the RF words (until
+    // clearCenterOverride), and an attenuator until the next path word.
+    void setCenterFrequency(double hz);
+    void clearCenterOverride();
     void setAttenuatorDb(double db);
     // Level at the ADC, in dB relative to full scale per dBm at the input,
     // of a signal at freqHz under the current attenuator and temperature.
@@ -189,6 +197,12 @@ private:
     void renderStatus(const Reply& r, uint8_t* dst);
     void startStream(uint32_t code, uint32_t tune);
     void rebuildScene();
+    // ---- RF decoding ----
+    void registerWord(uint32_t address, uint32_t w);
+    double ncoHz() const;
+    double centerLocked() const;
+    // Stream frequency of an RF frequency; false when the path stops it.
+    bool streamHz(const RfPath& path, double rfHz, double& out) const;
     void generateLocked(int16_t* iq);
     void failAllLocked();
     void withdrawLocked(ReadRequest& r);
@@ -213,6 +227,7 @@ private:
 
     // reply FIFO
     std::array<Reply, kFifoReplies> fifo_{};
+    std::vector<int16_t> sampleSlots_;  // the samples of each data reply in the FIFO
     size_t fifoHead_ = 0, fifoCount_ = 0;
     ReadRequest* readHead_ = nullptr;
     ReadRequest* readTail_ = nullptr;
@@ -239,6 +254,10 @@ private:
     float noiseSigma_ = 0.0f;
     float celsius_ = 30.0f;
     double centerHz_ = 1e9;
+    bool centerOverride_ = false;
+    RfFrontEnd rf_;
+    uint32_t portAddress_ = 0, portCount_ = 0;
+    std::array<uint32_t, 256> portWords_{};
     double attenDb_ = 0.0;
     std::vector<float> noiseRe_, noiseIm_;  // unit Gaussian per component
     std::vector<float> scratchRe_, scratchIm_;

@@ -59,10 +59,12 @@ public:
     virtual void BeginRead(int slot, int size, int timeoutMs) = 0;
     virtual TransferResult FinishRead(int slot) = 0;
 
-    // Records a failed or short transfer in the sticky status word.
+    // Records a failed or short transfer in the sticky status word. Data
+    // threads store it while callers read it, so both go through atomics.
     void noteResult(const TransferResult& r) {
-        if (!r.good()) status = zrConnectionLostErr;
+        if (!r.good()) __atomic_store_n(&status, int32_t(zrConnectionLostErr), __ATOMIC_RELAXED);
     }
+    int32_t statusNow() const { return __atomic_load_n(&status, __ATOMIC_RELAXED); }
 };
 
 }  // namespace zr

@@ -1,0 +1,420 @@
+#include "sweep/engine_sweep_controller.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <new>
+#include <numeric>
+#include <thread>
+
+#include "api/device.h"
+#include "api/services.h"
+#include "transport/device_interface.h"
+
+namespace zr {
+
+namespace {
+
+constexpr int kReplyBytes = 8192;
+constexpr int kMaxReadsInFlight = 10;
+constexpr int kMaxPagesInFlight = DeviceInterface::kSlotCount;
+constexpr int kMaxReadBlocks = 128;  // 1 MiB
+constexpr int kReadTimeoutMs = 2000;
+constexpr int32_t kWakeAllBlocks = 1000000;
+
+int64_t ringCapacityFor(int32_t s, int32_t stepCount) {
+    const int64_t S = s;
+    const int64_t a = std::max(int64_t(5e6 / double(S)) * S, 3 * S);
+    const int64_t b = std::min(int64_t(5e7 / double(S)) * S, int64_t(stepCount) * S);
+    return std::max(a, b);
+}
+
+}  // namespace
+
+EngineSweepController::EngineSweepController(ZrDevice& device, const ZrSweepSettings& settings, SweepPlan plan,
+                                             const CommandList& list)
+    : device_(&device), transport_(device.transport.get()), settings_(settings), plan_(std::move(plan)),
+      commandList_(list) {
+    stepSamples_ = plan_.passes * plan_.blocksPerStep * kCaptureBlockSamples;
+    ringCapacity_ = ringCapacityFor(stepSamples_, plan_.stepCount);
+    ring_ = static_cast<cf32*>(dspMalloc(size_t(ringCapacity_) * sizeof(cf32)));
+    if (!ring_) throw std::bad_alloc();
+    try {
+        stepDone_.assign(size_t(ringCapacity_ / stepSamples_), 0);
+        pageQueue_.resize(size_t(kSweepPositions) * commandList_.blockCount());
+        const auto& d = commandList_.dataWordCounts();
+        const auto& st = commandList_.statusWordCounts();
+        listDataBlocks_ = int32_t(std::accumulate(d.begin(), d.end(), uint64_t(0)));
+        listStatusBlocks_ = int32_t(std::accumulate(st.begin(), st.end(), uint64_t(0)));
+        for (int t = 0; t < 2; ++t) {
+            processors_[t] = std::make_unique<SpectrumProcessor>(settings_, plan_);
+            passTraces_[t].resize(size_t(4) * plan_.fftSize);
+        }
+        workThreads_[0] = NamedThread("ZR Sweep Work Thread", ThreadPriority::Normal, [this] { workThread(0); });
+        workThreads_[1] = NamedThread("ZR Sweep Work Thread", ThreadPriority::Normal, [this] { workThread(1); });
+        usbThread_ = NamedThread("ZR Sweep USB Thread", ThreadPriority::TimeCritical, [this] { usbThread(); });
+    } catch (...) {
+        running_ = false;
+        blocksReady_ = kWakeAllBlocks;
+        dataEvent_.set();
+        for (auto& w : workThreads_)
+            if (w.joinable()) w.join();
+        dspFree(ring_);
+        throw;
+    }
+}
+
+EngineSweepController::~EngineSweepController() {
+    running_ = false;
+    wakeEvent_.set();
+    usbThread_.join();
+    blocksReady_ = kWakeAllBlocks;
+    dataEvent_.set();
+    for (auto& w : workThreads_) w.join();
+    dspFree(ring_);
+}
+
+// ---------------------------------------------------------------- caller side
+
+ZrStatus EngineSweepController::startSweep(int position) {
+    if (position < 0 || position >= kSweepPositions) return zrInvalidSweepPositionErr;
+    SweepPosition& pos = positions_[position];
+    if (pos.active.load()) return zrInvalidSweepPositionErr;
+
+    const size_t traceSize = size_t(plan_.stepCount) * plan_.fftSize;
+    if (pos.minTrace.size() != traceSize) {
+        try {
+            pos.minTrace.resize(traceSize);
+            pos.maxTrace.resize(traceSize);
+        } catch (const std::bad_alloc&) {
+            pos.minTrace = {};
+            pos.maxTrace = {};
+            return zrAllocationErr;
+        }
+    }
+    pos.stepsLeft = uint32_t(plan_.stepCount);
+    pos.nextStep = 0;
+    pos.doneEvent.reset();
+    pos.uncalFlag = pos.overflowFlag = false;
+    pos.cpuFlag = false;
+    pos.syncFlag = pos.driftFlag = false;
+    pos.partsLeft = 2;
+    pos.active = 1;
+
+    const uint32_t tail = stepFifoTail_.load(std::memory_order_relaxed);
+    stepFifo_[tail % kSweepPositions] = position;
+    stepFifoTail_.store(tail + 1, std::memory_order_release);
+
+    {
+        std::lock_guard lock(captureLock_);
+        CaptureTicket& t = captureFifo_[(captureHead_ + captureCount_) % kSweepPositions];
+        t = CaptureTicket{position, listDataBlocks_, listStatusBlocks_, false};
+        ++captureCount_;
+    }
+    {
+        std::lock_guard lock(pageLock_);
+        const auto& d = commandList_.dataWordCounts();
+        const auto& st = commandList_.statusWordCounts();
+        for (size_t b = 0; b < commandList_.blockCount(); ++b) {
+            pageQueue_[(pageHead_ + pageCount_) % pageQueue_.size()] =
+                Page{commandList_.data() + b * CommandList::kBlockSize, int32_t(d[b] + st[b])};
+            ++pageCount_;
+        }
+    }
+    wakeEvent_.set();
+    return zrNoError;
+}
+
+ZrStatus EngineSweepController::finishSweep(int position, float* sweepMin, float* sweepMax, int64_t* timestamp) {
+    if (position < 0 || position >= kSweepPositions || !positions_[position].active.load()) {
+        if (timestamp) *timestamp = 0;
+        return zrInvalidSweepPositionErr;
+    }
+    SweepPosition& pos = positions_[position];
+    pos.doneEvent.wait();
+
+    const int64_t available = int64_t(pos.minTrace.size()) - plan_.startBin;
+    const int count = int(std::clamp<int64_t>(settings_.sweepLength, 0, std::max<int64_t>(available, 0)));
+    if (sweepMin) std::memcpy(sweepMin, pos.minTrace.data() + plan_.startBin, size_t(count) * sizeof(float));
+    if (sweepMax) std::memcpy(sweepMax, pos.maxTrace.data() + plan_.startBin, size_t(count) * sizeof(float));
+    if (timestamp) *timestamp = int64_t(pos.timestamp);
+
+    if (const int32_t lost = transport_ ? transport_->statusNow() : 0) return ZrStatus(lost);
+
+    ZrStatus warning = zrNoError;
+    if (pos.cpuFlag) warning = zrCPULimited;
+    else if (pos.uncalFlag) warning = zrUncalData;
+    else if (pos.overflowFlag) warning = zrADCOverflow;
+    else if (pos.driftFlag) warning = zrTempDriftWarning;
+    pos.active = 0;
+    pos.nextStep = 0;
+    return pos.syncFlag ? zrSyncErr : warning;
+}
+
+ZrStatus EngineSweepController::getSweep(float* sweepMin, float* sweepMax, int64_t* timestamp) {
+    const ZrStatus s = startSweep(0);
+    if (s < 0) return s;
+    return finishSweep(0, sweepMin, sweepMax, timestamp);
+}
+
+void EngineSweepController::drain() {
+    for (SweepPosition& pos : positions_) {
+        if (!pos.active.load()) continue;
+        pos.doneEvent.wait();
+        if (!transport_ || transport_->statusNow() == 0) {
+            pos.active = 0;
+            pos.nextStep = 0;
+        }
+    }
+}
+
+bool EngineSweepController::queueBusy() const {
+    for (const SweepPosition& pos : positions_)
+        if (pos.active.load()) return true;
+    return false;
+}
+
+// ---------------------------------------------------------------- USB thread
+
+void EngineSweepController::usbThread() {
+    constexpr int kSlots = DeviceInterface::kSlotCount;
+    Page taken[kMaxPagesInFlight];
+    int takenCount = 0;
+    int pending = 0;   // blocks of taken or written pages that no read covers yet
+    int reads = 0;     // reads outstanding
+    int written = 0;   // pages written and not yet retired
+    int readBegin = 0, readFinish = 0, pageWrite = 0, pageRetire = 0;
+    int owed[kSlots] = {};
+
+    auto queueEmpty = [this] {
+        std::lock_guard lock(pageLock_);
+        return pageCount_ == 0;
+    };
+    auto writeTaken = [&] {
+        for (int i = 0; i < takenCount; ++i) {
+            transport_->BeginWrite(pageWrite, taken[i].data);
+            owed[pageWrite] = taken[i].blocks;
+            pageWrite = (pageWrite + 1) % kSlots;
+            ++written;
+        }
+        takenCount = 0;
+    };
+    auto retireOne = [&] {
+        transport_->FinishWrite(pageRetire);
+        pageRetire = (pageRetire + 1) % kSlots;
+        --written;
+    };
+
+    while (running_) {
+        if (reads == 0 && pending == 0 && takenCount == 0 && queueEmpty()) {
+            while (written > 0) retireOne();
+            readBegin = readFinish = pageWrite = pageRetire = 0;
+            wakeEvent_.wait();
+            if (!running_) break;
+        }
+
+        // Take pages while the slots and the read budget allow.
+        bool ranDry = false;
+        {
+            std::lock_guard lock(pageLock_);
+            while (written + takenCount < kMaxPagesInFlight && pending < kMaxReadBlocks) {
+                if (pageCount_ == 0) {
+                    ranDry = true;
+                    break;
+                }
+                taken[takenCount++] = pageQueue_[pageHead_];
+                pageHead_ = (pageHead_ + 1) % pageQueue_.size();
+                --pageCount_;
+                pending += taken[takenCount - 1].blocks;
+            }
+        }
+        // A starter may still be pushing the pages of a list: wait for
+        // the rest unless nothing more is coming.
+        const bool issue = !ranDry || (queueEmpty() && pending >= 1);
+        if (issue) {
+            const int n = std::min(pending, kMaxReadBlocks) & ~3;
+            if (n >= 4) {
+                // The read goes out before the commands that cause its data.
+                transport_->BeginRead(readBegin, n * kReplyBytes, kReadTimeoutMs);
+                readBegin = (readBegin + 1) % kSlots;
+                ++reads;
+                pending -= n;
+                writeTaken();
+            }
+        }
+        if (pending == 0 && takenCount > 0) writeTaken();  // pages that ask for no replies
+
+        const bool mustWait = reads >= kMaxReadsInFlight || (written + takenCount >= kMaxPagesInFlight && reads >= 1) ||
+                              (reads >= 1 && pending == 0 && queueEmpty());
+        if (!mustWait) continue;
+
+        TransferResult r = transport_->FinishRead(readFinish);
+        transport_->noteResult(r);
+        readFinish = (readFinish + 1) % kSlots;
+        --reads;
+        // A failed read counts as delivered so that every sweep still
+        // completes and no thread waits for blocks that will never come.
+        distribute(r.failed ? nullptr : r.data, r.requested);
+        int m = int(r.requested / kReplyBytes);
+        while (written > 0) {
+            if (owed[pageRetire] > 0) {
+                if (m == 0) break;
+                const int pay = std::min(owed[pageRetire], m);
+                owed[pageRetire] -= pay;
+                m -= pay;
+                if (owed[pageRetire] > 0) break;
+            }
+            retireOne();
+        }
+    }
+    while (reads > 0) {
+        transport_->FinishRead(readFinish);
+        readFinish = (readFinish + 1) % kSlots;
+        --reads;
+    }
+    while (written > 0) retireOne();
+}
+
+void EngineSweepController::distribute(const uint8_t* data, uint32_t bytes) {
+    int m = int(bytes / kReplyBytes);
+    const uint8_t* p = data;
+    auto advance = [&](int k) {
+        m -= k;
+        if (p) p += size_t(k) * kReplyBytes;
+    };
+    while (m > 0) {
+        CaptureTicket* t = nullptr;
+        {
+            std::lock_guard lock(captureLock_);
+            if (captureCount_ > 0) t = &captureFifo_[captureHead_];
+        }
+        if (!t) break;  // replies nobody asked for
+        SweepPosition& pos = positions_[t->position];
+
+        if (t->captureBlocksLeft == 0) {
+            const int k = std::min(t->statusBlocksLeft, m);
+            if (!t->statusSeen) {
+                if (p) {
+                    decodeStatus(*device_, p, true, false);
+                    pos.timestamp = uint64_t(device_->gps.statusTime.load());
+                    pos.overflowFlag = device_->adcOverflow != 0;
+                    pos.uncalFlag = device_->dataLoss != 0;
+                }
+                pos.syncFlag = device_->statusBlockInvalid != 0;
+                pos.driftFlag = device_->tempDrift != 0;
+                t->statusSeen = true;
+                partDone(pos);
+            }
+            t->statusBlocksLeft -= k;
+            advance(k);
+            if (t->statusBlocksLeft == 0) {
+                std::lock_guard lock(captureLock_);
+                captureHead_ = (captureHead_ + 1) % kSweepPositions;
+                --captureCount_;
+            }
+            continue;
+        }
+
+        const int k = std::min(m, t->captureBlocksLeft);
+        const int32_t c = k * kCaptureBlockSamples;
+        bool slept = false;
+        while (ringCapacity_ - ringUsed_.load() < c) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            slept = true;
+        }
+        if (slept) pos.cpuFlag = true;
+
+        int32_t w = ringWrite_.load(std::memory_order_relaxed);
+        int32_t done = 0;
+        while (done < c) {
+            const int32_t piece = std::min<int32_t>(c - done, int32_t(ringCapacity_ - w));
+            float* dst = reinterpret_cast<float*>(ring_ + w);
+            if (p)
+                dspConvert16sTo32fScaled(reinterpret_cast<const int16_t*>(p) + 2 * size_t(done), dst, 2 * piece, 15);
+            else
+                dspZeroComplex(ring_ + w, piece);
+            done += piece;
+            w += piece;
+            if (w == ringCapacity_) w = 0;
+        }
+        ringWrite_.store(w, std::memory_order_relaxed);
+        t->captureBlocksLeft -= k;
+        advance(k);
+        ringUsed_ += c;
+        blocksReady_ += k;
+    }
+    dataEvent_.set();
+}
+
+// ---------------------------------------------------------------- work threads
+
+void EngineSweepController::workThread(int t) {
+    const int b = plan_.blocksPerStep * plan_.passes;
+    const int n = plan_.fftSize;
+    float* min1 = passTraces_[t].data();
+    float* max1 = min1 + n;
+    float* min2 = max1 + n;
+    float* max2 = min2 + n;
+    SpectrumProcessor& proc = *processors_[t];
+
+    for (;;) {
+        std::unique_lock lock(stepLock_);
+        // The other work thread queues on the lock meanwhile, so steps are
+        // claimed in the order their samples arrived.
+        while (running_ && blocksReady_.load() < b) dataEvent_.wait();
+        if (!running_) return;
+        blocksReady_ -= b;
+        const uint32_t head = stepFifoHead_.load(std::memory_order_acquire);
+        const int position = stepFifo_[head % kSweepPositions];
+        SweepPosition& pos = positions_[position];
+        const int step = int(pos.nextStep.fetch_add(1));
+        if (step + 1 >= plan_.stepCount) stepFifoHead_.store(head + 1, std::memory_order_release);
+        const int32_t offset = ringRead_.load(std::memory_order_relaxed);
+        ringRead_.store(offset + stepSamples_ >= ringCapacity_ ? 0 : offset + stepSamples_,
+                        std::memory_order_relaxed);
+        lock.unlock();
+
+        proc.processPass(ring_ + offset, min1, max1);
+        if (plan_.passes == 2)
+            proc.processPass(ring_ + offset + plan_.blocksPerStep * kCaptureBlockSamples, min2, max2);
+        releaseStep(offset);
+        if (plan_.passes == 2) proc.mergePasses(max1, min1, max2, min2, 0, n);
+        applyStepGain(plan_.steps[size_t(step)], settings_.scale, min1, max1, n);
+        dspCopy(min1, pos.minTrace.data() + size_t(step) * n, n);
+        dspCopy(max1, pos.maxTrace.data() + size_t(step) * n, n);
+        if (pos.stepsLeft.fetch_sub(1) == 1) {
+            compact(pos);
+            partDone(pos);
+        }
+    }
+}
+
+void EngineSweepController::releaseStep(int32_t offset) {
+    std::lock_guard lock(releaseLock_);
+    stepDone_[size_t(offset / stepSamples_)] = 1;
+    while (stepDone_[releaseSlot_]) {
+        stepDone_[releaseSlot_] = 0;
+        releaseSlot_ = (releaseSlot_ + 1) % stepDone_.size();
+        ringUsed_ -= stepSamples_;
+    }
+}
+
+// The last step of a sweep to finish: steps ended in any order, so only now
+// can the kept bins be packed to the front, in plan order.
+void EngineSweepController::compact(SweepPosition& pos) {
+    const int n = plan_.fftSize;
+    size_t end = 0;
+    for (int s = 0; s < plan_.stepCount; ++s) {
+        const SweepStep& st = plan_.steps[size_t(s)];
+        const size_t from = size_t(s) * n + size_t(st.firstBin);
+        dspMove(pos.minTrace.data() + from, pos.minTrace.data() + end, st.binCount);
+        dspMove(pos.maxTrace.data() + from, pos.maxTrace.data() + end, st.binCount);
+        end += size_t(st.binCount);
+    }
+}
+
+void EngineSweepController::partDone(SweepPosition& pos) {
+    if (pos.partsLeft.fetch_sub(1) == 1) pos.doneEvent.set();
+}
+
+}  // namespace zr

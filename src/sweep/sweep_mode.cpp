@@ -1,0 +1,60 @@
+// The sweeping mode's side of zrConfigure and of the stop sequence: which
+// engine a sweep gets, and draining, deleting and asking each of the three.
+#include "sweep/sweep_mode.h"
+
+#include <algorithm>
+
+#include "api/device.h"
+#include "dsp/window.h"
+#include "sweep/engine_sweep_controller.h"
+
+namespace zr {
+
+namespace {
+constexpr double kNarrowSpanMax = 5e6;
+constexpr double kMinRBW = 12.5;
+constexpr double kMaxRBW = 12.5e6;
+constexpr double kFastSampleRate = 2.5e8;
+}  // namespace
+
+bool fastSweepEligible(const ZrSweepSettings& s, bool preselector) {
+    if (s.spurReject != 0 || preselector || s.rbw != s.vbw) return false;
+    int64_t w = int64_t(windowBandwidthFactor(s.window) * kFastSampleRate / s.rbw);
+    if (w % 2) w -= 1;
+    int64_t p = 1;
+    while (p < w) p <<= 1;
+    return p <= 16384 || (w >= 16385 && w <= 16999);
+}
+
+ZrStatus configureSweeping(ZrDevice& dev) {
+    ZrSweepSettings& s = dev.sweep;
+    if (s.span <= kNarrowSpanMax) return planSweepNarrow(dev);
+    s.rbw = std::clamp(s.rbw, kMinRBW, kMaxRBW);
+    switch (s.speed) {
+        case zrSweepSpeedFast: return planSweepFast(dev);
+        case zrSweepSpeedNormal: return planSweepController(dev);
+        default:
+            return fastSweepEligible(s, dev.preselectorEnabled != 0) ? planSweepFast(dev) : planSweepController(dev);
+    }
+}
+
+void drainSweeps(ZrDevice& dev) {
+    if (dev.sweepEngine) dev.sweepEngine->drain();
+    if (dev.fastSweepEngine) drainSweeps(*dev.fastSweepEngine);
+}
+
+void deleteSweepEngines(ZrDevice& dev) {
+    delete dev.sweepEngine;
+    dev.sweepEngine = nullptr;
+    if (dev.narrowSweepEngine) destroyEngine(dev.narrowSweepEngine);
+    dev.narrowSweepEngine = nullptr;
+    if (dev.fastSweepEngine) destroyEngine(dev.fastSweepEngine);
+    dev.fastSweepEngine = nullptr;
+}
+
+bool sweepQueueBusy(const ZrDevice& dev) {
+    if (dev.sweepEngine && dev.sweepEngine->queueBusy()) return true;
+    return dev.fastSweepEngine && sweepQueueBusy(*dev.fastSweepEngine);
+}
+
+}  // namespace zr

@@ -1,0 +1,102 @@
+// Calibrated levels of the normal sweep on simulated instruments whose RF
+// path follows the words they are sent: a tone reads its power, and white
+// noise reads its density in the resolution bandwidth.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <vector>
+
+#include "registry.h"
+#include "support/temp_folder.h"
+#include "support/watchdog.h"
+#include "zr_api.h"
+#include "zr_sim.h"
+
+namespace zr {
+namespace {
+
+class SweepLevel : public ::testing::TestWithParam<ZrDeviceType> {
+protected:
+    static constexpr int kSerial = 10005151;
+
+    void SetUp() override {
+        ASSERT_EQ(zrSetDataFolder(folder.str().c_str()), zrNoError);
+        zrSimSetWaitScale(0.0);
+        ASSERT_EQ(zrSimAttachUSB(GetParam(), kSerial), zrNoError);
+        ASSERT_GE(zrOpenDeviceBySerial(&handle, kSerial), zrNoError);
+        sim::findInstrument(kSerial)->setPaced(false);
+        zrSetSweepSpeed(handle, zrSweepSpeedNormal);
+        zrSetSweepWindow(handle, zrWindowFlatTop);
+        // A simulator that only has a settable centre cannot be measured
+        // through a sweep: it must follow the LO the sweep tunes.
+        sweep(5.3e9, 2e7, 1e5, 1e5);
+        if (std::fabs(sim::findInstrument(kSerial)->centerFrequency() - 5.3e9) > 5e7)
+            GTEST_SKIP() << "the simulated instrument does not follow its tune";
+    }
+    void TearDown() override {
+        if (handle >= 0) zrCloseDevice(handle);
+        zrSimDetach(kSerial);
+        zrSimSetWaitScale(1.0);
+    }
+    // One configured sweep; the trace in dBm.
+    void sweep(double centre, double span, double rbw, double vbw) {
+        zrSetSweepCenterSpan(handle, centre, span);
+        zrSetSweepCoupling(handle, rbw, vbw, 0.0);
+        ASSERT_GE(zrConfigure(handle, zrModeSweeping), zrNoError);
+        int length = 0;
+        zrGetSweepParameters(handle, &actualRBW, nullptr, nullptr, nullptr, &length);
+        trace.assign(size_t(length), 0.0f);
+        ASSERT_GE(zrGetSweep(handle, nullptr, trace.data(), nullptr), zrNoError);
+    }
+
+    test::TempFolder folder;
+    test::Watchdog dog{std::chrono::seconds(120)};
+    int handle = -1;
+    double actualRBW = 0.0;
+    std::vector<float> trace;
+};
+
+TEST_P(SweepLevel, ToneReadsItsPowerAcrossBandsTemperaturesAndAttenuators) {
+    std::vector<double> freqs{4.5e7, 1.0173e9, 5.31e9, 13.1e9};
+    if (GetParam() == zrDeviceTypeRidge2) freqs.push_back(30.2e9);
+    struct Level {
+        int atten;
+        double refLevel, tone;
+    };
+    for (float celsius : {25.0f, 50.0f}) {
+        zrSimSetTemperature(kSerial, celsius);
+        for (const Level lv : {Level{-1, -20.0, -30.0}, Level{2, 0.0, -5.0}}) {
+            zrSetAttenuator(handle, lv.atten);
+            zrSetRefLevel(handle, lv.refLevel);
+            for (double f : freqs) {
+                zrSimClearSignals(kSerial);
+                zrSimAddTone(kSerial, f, lv.tone);
+                sweep(f, 2e7, 3e4, 3e4);
+                const float peak = *std::max_element(trace.begin(), trace.end());
+                EXPECT_NEAR(peak, lv.tone, 0.5) << f << " Hz, " << celsius << " C, atten " << lv.atten;
+            }
+        }
+    }
+}
+
+TEST_P(SweepLevel, WhiteNoiseReadsItsDensityInTheResolutionBandwidth) {
+    const double density = -135.0;  // dBm/Hz
+    zrSimClearSignals(kSerial);
+    zrSimSetNoiseFloor(kSerial, density);
+    zrSetSweepDetector(handle, zrDetectorAverage, zrVideoPower);
+    zrSetRefLevel(handle, -30.0);
+    for (double f : {1.0e9, 7.7e9}) {
+        sweep(f, 2e7, 1e5, 1e4);  // ten FFTs averaged in every bin
+        double sum = 0.0;
+        for (float v : trace) sum += std::pow(10.0, v / 10.0);
+        const double mean = 10.0 * std::log10(sum / double(trace.size()));
+        EXPECT_NEAR(mean, density + 10.0 * std::log10(actualRBW), 0.5) << f;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Families, SweepLevel, ::testing::Values(zrDeviceTypeMesa2, zrDeviceTypeRidge2));
+
+}  // namespace
+}  // namespace zr

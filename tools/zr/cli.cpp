@@ -1,0 +1,370 @@
+#include "cli.h"
+
+#include <cmath>
+#include <functional>
+
+#include "units.h"
+
+namespace zrtool {
+namespace {
+
+template <class E>
+struct Named {
+    const char* name;
+    E value;
+};
+
+const Named<ZrDeviceType> kModels[] = {
+    {"Mesa1", zrDeviceTypeMesa1}, {"Mesa2", zrDeviceTypeMesa2}, {"Ridge2", zrDeviceTypeRidge2}};
+const Named<ZrDetector> kDetectors[] = {{"average", zrDetectorAverage}, {"minmax", zrDetectorMinMax}};
+const Named<ZrWindowType> kWindows[] = {{"flattop", zrWindowFlatTop}, {"nuttall", zrWindowNuttall},
+                                        {"blackman", zrWindowBlackman}, {"hamming", zrWindowHamming},
+                                        {"gaussian", zrWindowGaussian}, {"rect", zrWindowRect}};
+const Named<ZrSweepSpeed> kSpeeds[] = {
+    {"auto", zrSweepSpeedAuto}, {"normal", zrSweepSpeedNormal}, {"fast", zrSweepSpeedFast}};
+
+template <class E, size_t N>
+std::optional<E> byName(const Named<E> (&table)[N], const std::string& name) {
+    for (const auto& e : table)
+        if (name == e.name) return e.value;
+    return std::nullopt;
+}
+
+template <class E, size_t N>
+const char* nameOf(const Named<E> (&table)[N], E value) {
+    for (const auto& e : table)
+        if (e.value == value) return e.name;
+    return "unknown";
+}
+
+template <class E, size_t N>
+std::string choices(const Named<E> (&table)[N]) {
+    std::string s;
+    for (const auto& e : table) s += (s.empty() ? "" : ", ") + std::string(e.name);
+    return s;
+}
+
+std::optional<int> parseSerial(const std::string& text) {
+    if (text.size() != 8) return std::nullopt;
+    auto v = parseInteger(text, 10000000, 99999999);
+    return v ? std::optional<int>(static_cast<int>(*v)) : std::nullopt;
+}
+
+// An option: the commands that take it ("" for every command) and what to
+// do with its value. A handler returns an error text, empty when all is well.
+struct Option {
+    const char* name;
+    const char* command;
+    bool takesValue;
+    std::function<std::string(Invocation&, const std::string&)> apply;
+};
+
+std::string frequencyInto(std::optional<double>& field, const char* option, const std::string& v) {
+    auto f = parseFrequency(v);
+    if (!f) return std::string(option) + " " + v + ": not a frequency (examples: 2.4G, 100M, 10k, 2.4e9)";
+    field = *f;
+    return {};
+}
+
+std::string pathInto(std::string& field, const char* option, const std::string& v) {
+    if (v.empty()) return std::string(option) + " needs a file name";
+    field = v;
+    return {};
+}
+
+template <class E, size_t N>
+std::string choiceInto(std::optional<E>& field, const Named<E> (&table)[N], const char* option,
+                       const std::string& v) {
+    auto e = byName(table, v);
+    if (!e) return std::string(option) + " " + v + ": choose one of " + choices(table);
+    field = *e;
+    return {};
+}
+
+std::string parseSim(Invocation& inv, const std::string& v) {
+    const size_t colon = v.find(':');
+    auto type = byName(kModels, v.substr(0, colon));
+    if (!type) return "--sim " + v + ": unknown model (" + choices(kModels) + ")";
+    SimInstrument sim{*type, 0};
+    if (colon != std::string::npos) {
+        auto serial = parseSerial(v.substr(colon + 1));
+        if (!serial) return "--sim " + v + ": the serial must have 8 digits";
+        sim.serial = *serial;
+    }
+    inv.sims.push_back(sim);
+    return {};
+}
+
+std::string parseTone(Invocation& inv, const std::string& v) {
+    const size_t colon = v.find(':');
+    if (colon == std::string::npos) return "--tone " + v + ": write FREQ:DBM, for example 2.4G:-30";
+    auto f = parseFrequency(v.substr(0, colon));
+    auto p = parseLevel(v.substr(colon + 1));
+    if (!f || *f <= 0) return "--tone " + v + ": " + v.substr(0, colon) + " is not a frequency above 0";
+    if (!p) return "--tone " + v + ": " + v.substr(colon + 1) + " is not a level in dBm";
+    inv.tones.push_back({*f, *p});
+    return {};
+}
+
+std::string parseAtten(Invocation& inv, const std::string& v) {
+    if (v == "auto") {
+        inv.sweep.attenuator = -1;
+        return {};
+    }
+    auto db = parseInteger(v.size() > 2 && v.substr(v.size() - 2) == "dB" ? v.substr(0, v.size() - 2) : v, 0, 30);
+    if (!db || *db % 5 != 0) return "--atten " + v + ": auto, or 0 to 30 dB in steps of 5";
+    inv.sweep.attenuator = static_cast<int>(*db / 5);
+    return {};
+}
+
+const std::vector<Option>& options() {
+    static const std::vector<Option> table = {
+        {"--sim", "", true, parseSim},
+        {"--tone", "", true, parseTone},
+        {"--noise", "", true,
+         [](Invocation& inv, const std::string& v) -> std::string {
+             auto p = parseLevel(v.size() > 3 && v.substr(v.size() - 3) == "/Hz" ? v.substr(0, v.size() - 3) : v);
+             if (!p) return "--noise " + v + ": a density in dBm/Hz, for example -160";
+             inv.noiseFloor = *p;
+             return {};
+         }},
+        {"--data-folder", "", true,
+         [](Invocation& inv, const std::string& v) -> std::string {
+             if (v.empty()) return "--data-folder needs a path";
+             inv.dataFolder = v;
+             return {};
+         }},
+        {"--serial", "sweep info", true,
+         [](Invocation& inv, const std::string& v) -> std::string {
+             auto s = parseSerial(v);
+             if (!s) return "--serial " + v + ": the serial must have 8 digits";
+             inv.serial = *s;
+             return {};
+         }},
+        {"--start", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.start, "--start", v); }},
+        {"--stop", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.stop, "--stop", v); }},
+        {"--center", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.center, "--center", v); }},
+        {"--span", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.span, "--span", v); }},
+        {"--rbw", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.rbw, "--rbw", v); }},
+        {"--vbw", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.vbw, "--vbw", v); }},
+        {"--ref", "sweep", true,
+         [](Invocation& inv, const std::string& v) -> std::string {
+             auto p = parseLevel(v);
+             if (!p) return "--ref " + v + ": a level in dBm, for example -20";
+             inv.sweep.refLevel = *p;
+             return {};
+         }},
+        {"--atten", "sweep", true, parseAtten},
+        {"--detector", "sweep", true, [](Invocation& i, const std::string& v) { return choiceInto(i.sweep.detector, kDetectors, "--detector", v); }},
+        {"--window", "sweep", true, [](Invocation& i, const std::string& v) { return choiceInto(i.sweep.window, kWindows, "--window", v); }},
+        {"--speed", "sweep", true, [](Invocation& i, const std::string& v) { return choiceInto(i.sweep.speed, kSpeeds, "--speed", v); }},
+        {"--count", "sweep", true,
+         [](Invocation& inv, const std::string& v) -> std::string {
+             auto n = parseInteger(v, 1, 100000);
+             if (!n) return "--count " + v + ": a number of sweeps, 1 to 100000";
+             inv.sweep.count = static_cast<int>(*n);
+             return {};
+         }},
+        {"--peaks", "sweep", true,
+         [](Invocation& inv, const std::string& v) -> std::string {
+             auto n = parseInteger(v, 0, 100);
+             if (!n) return "--peaks " + v + ": 0 to 100";
+             inv.sweep.peaks = static_cast<int>(*n);
+             return {};
+         }},
+        {"--csv", "sweep", true, [](Invocation& i, const std::string& v) { return pathInto(i.sweep.csvPath, "--csv", v); }},
+        {"--plot", "sweep", true, [](Invocation& i, const std::string& v) { return pathInto(i.sweep.plotPath, "--plot", v); }},
+    };
+    return table;
+}
+
+bool isCommand(const std::string& s) { return s == "list" || s == "info" || s == "sweep" || s == "version"; }
+
+bool takes(const Option& o, const std::string& command) {
+    const std::string cmds = o.command;
+    if (cmds.empty()) return true;
+    size_t pos = 0;
+    while (pos < cmds.size()) {
+        size_t end = cmds.find(' ', pos);
+        if (end == std::string::npos) end = cmds.size();
+        if (cmds.compare(pos, end - pos, command) == 0) return true;
+        pos = end + 1;
+    }
+    return false;
+}
+
+std::string checkSweep(const Invocation& inv) {
+    const SweepRequest& s = inv.sweep;
+    const bool edges = s.start || s.stop, middle = s.center || s.span;
+    if (edges && middle) return "give either --start/--stop or --center/--span, not both";
+    if (edges && !(s.start && s.stop)) return s.start ? "--start needs --stop" : "--stop needs --start";
+    if (middle && !(s.center && s.span)) return s.center ? "--center needs --span" : "--span needs --center";
+    if (!edges && !middle) return "sweep needs a range: --start F --stop F, or --center F --span F";
+    if (edges && *s.start >= *s.stop)
+        return "impossible range: --start " + formatFrequency(*s.start) + " is not below --stop " +
+               formatFrequency(*s.stop);
+    if (middle && *s.span <= 0) return "--span must be above 0 Hz";
+    if (middle && *s.center - *s.span / 2 < 0)
+        return "impossible range: --center " + formatFrequency(*s.center) + " with --span " +
+               formatFrequency(*s.span) + " reaches below 0 Hz";
+    if (s.rbw && *s.rbw <= 0) return "--rbw must be above 0 Hz";
+    if (s.vbw && *s.vbw <= 0) return "--vbw must be above 0 Hz";
+    return {};
+}
+
+}  // namespace
+
+bool parseCommandLine(const std::vector<std::string>& args, Invocation* out, std::string* error) {
+    Invocation inv;
+    std::vector<std::pair<const Option*, std::string>> given;
+    std::vector<std::string> positional;
+    for (size_t i = 0; i < args.size(); ++i) {
+        std::string a = args[i];
+        if (a == "-h" || a == "--help") {
+            inv.help = true;
+            continue;
+        }
+        if (a.rfind("--", 0) != 0 || a.size() == 2) {
+            if (inv.command.empty() && isCommand(a)) inv.command = a;
+            else if (inv.command.empty()) {
+                *error = "unknown command " + a + " (see zr --help)";
+                return false;
+            } else positional.push_back(a);
+            continue;
+        }
+        std::string value;
+        bool inlineValue = false;
+        if (const size_t eq = a.find('='); eq != std::string::npos) {
+            value = a.substr(eq + 1);
+            a = a.substr(0, eq);
+            inlineValue = true;
+        }
+        const Option* opt = nullptr;
+        for (const Option& o : options())
+            if (a == o.name) opt = &o;
+        if (!opt) {
+            *error = "unknown option " + a + " (see zr --help)";
+            return false;
+        }
+        if (!inlineValue) {
+            if (i + 1 >= args.size()) {
+                *error = a + " needs a value (see zr --help)";
+                return false;
+            }
+            value = args[++i];
+        }
+        given.emplace_back(opt, value);
+    }
+    if (inv.help) {
+        *out = inv;
+        return true;
+    }
+    if (inv.command.empty()) {
+        *error = "no command given (list, info, sweep, version; see zr --help)";
+        return false;
+    }
+    for (const auto& [opt, value] : given) {
+        if (!takes(*opt, inv.command)) {
+            *error = std::string(opt->name) + " is not an option of " + inv.command + " (see zr " + inv.command + " --help)";
+            return false;
+        }
+        if (std::string e = opt->apply(inv, value); !e.empty()) {
+            *error = e;
+            return false;
+        }
+    }
+    if (inv.command == "info" && !positional.empty()) {
+        auto s = parseSerial(positional.front());
+        if (!s) {
+            *error = "info " + positional.front() + ": the serial must have 8 digits";
+            return false;
+        }
+        inv.serial = *s;
+        positional.erase(positional.begin());
+    }
+    if (!positional.empty()) {
+        *error = "unexpected argument " + positional.front() + " (see zr " + inv.command + " --help)";
+        return false;
+    }
+    if (!inv.tones.empty() && inv.sims.empty()) {
+        *error = "--tone describes the signal at a simulated instrument; add --sim MODEL";
+        return false;
+    }
+    if (inv.noiseFloor && inv.sims.empty()) {
+        *error = "--noise describes a simulated instrument; add --sim MODEL";
+        return false;
+    }
+    if (inv.command == "sweep") {
+        if (std::string e = checkSweep(inv); !e.empty()) {
+            *error = e;
+            return false;
+        }
+    }
+    *out = inv;
+    return true;
+}
+
+const char* modelName(ZrDeviceType t) {
+    switch (t) {
+        case zrDeviceTypeMesa1: return "Mesa1";
+        case zrDeviceTypeMesa2: return "Mesa2";
+        case zrDeviceTypeMesa3: return "Mesa3";
+        case zrDeviceTypeRidge2: return "Ridge2";
+        case zrDeviceTypeRidge3: return "Ridge3";
+    }
+    return "unknown";
+}
+const char* detectorName(ZrDetector d) { return nameOf(kDetectors, d); }
+const char* windowName(ZrWindowType w) { return nameOf(kWindows, w); }
+const char* speedName(ZrSweepSpeed s) { return nameOf(kSpeeds, s); }
+
+std::string helpText(const std::string& command) {
+    const std::string simulated =
+        "simulated instruments (any command):\n"
+        "  --sim MODEL[:SERIAL]   plug a simulated Mesa1, Mesa2 or Ridge2 into this process;\n"
+        "                         SERIAL has 8 digits (default 10000001, counting up). Repeatable.\n"
+        "  --tone FREQ:DBM        a CW tone at every simulated instrument's input, for example\n"
+        "                         2.4G:-30. Repeatable.\n"
+        "  --noise DBM/HZ         noise floor of the simulated instruments, for example -160\n"
+        "  --data-folder PATH     folder for the library's log and calibration caches (with --sim\n"
+        "                         the default is a folder of its own under the temporary folder)\n";
+    if (command == "list")
+        return "usage: zr [--sim MODEL[:SERIAL]]... list\n\n"
+               "Lists the instruments on USB that no program holds open: serial and model.\n\n" +
+               simulated;
+    if (command == "info")
+        return "usage: zr info [SERIAL]\n\n"
+               "Opens an instrument (the first one listed without SERIAL) and prints its identity,\n"
+               "firmware, calibration date, supply and temperatures.\n\n" +
+               simulated;
+    if (command == "version") return "usage: zr version\n\nPrints the library's version.\n";
+    if (command == "sweep")
+        return "usage: zr sweep (--start F --stop F | --center F --span F) [options]\n\n"
+               "Sweeps a range and prints the strongest peaks; writes the trace to CSV and PNG on\n"
+               "request. Frequencies take k, M and G (1.5G, 100M, 10k) or exponents (2.4e9).\n\n"
+               "  --start F, --stop F    edges of the range\n"
+               "  --center F, --span F   or its middle and width\n"
+               "  --rbw F                resolution bandwidth (default 100k)\n"
+               "  --vbw F                video bandwidth (default: the RBW)\n"
+               "  --detector D           average or minmax\n"
+               "  --window W             flattop, nuttall, blackman, hamming, gaussian or rect\n"
+               "  --speed S              auto, normal or fast\n"
+               "  --ref DBM              reference level (default 0)\n"
+               "  --atten DB             auto, or 0 to 30 in steps of 5\n"
+               "  --count N              sweep N times and report the power average\n"
+               "  --serial SERIAL        which instrument (default: the first one listed)\n"
+               "  --peaks N              rows of the peak table (default 5; 0: none)\n"
+               "  --csv FILE             write frequency_hz,level_dbm rows\n"
+               "  --plot FILE            draw the trace into a PNG image\n\n" +
+               simulated + "\nexample:\n  zr --sim Mesa2 --tone 2.4G:-30 sweep --start 2G --stop 3G --plot sweep.png\n";
+    return "usage: zr [--sim MODEL[:SERIAL]]... COMMAND [options]\n\n"
+           "commands:\n"
+           "  list      instruments on USB that no program holds open\n"
+           "  info      identity, firmware, calibration and diagnostics of one instrument\n"
+           "  sweep     sweep a range: peak table, CSV and PNG plot\n"
+           "  version   library version\n\n"
+           "zr COMMAND --help describes a command.\n\n" +
+           simulated;
+}
+
+}  // namespace zrtool

@@ -1,0 +1,61 @@
+// The command line of zr, parsed and checked before any instrument is
+// touched, so that a typo costs nothing and never leaves a device open.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "zr_api.h"
+
+namespace zrtool {
+
+struct SimInstrument {
+    ZrDeviceType type;
+    int serial;  // 0: the next free one counting up from 10000001
+};
+
+struct SimTone {
+    double frequency;  // Hz
+    double level;      // dBm
+};
+
+struct SweepRequest {
+    // Either start/stop or center/span, never a mix; checked by the parser.
+    std::optional<double> start, stop, center, span;
+    std::optional<double> rbw, vbw;
+    std::optional<double> refLevel;   // dBm
+    std::optional<int> attenuator;    // index 0..6 (5 dB steps), -1 automatic
+    std::optional<ZrDetector> detector;
+    std::optional<ZrWindowType> window;
+    std::optional<ZrSweepSpeed> speed;
+    int count = 1;
+    int peaks = 5;
+    std::string csvPath;
+    std::string plotPath;
+};
+
+struct Invocation {
+    std::string command;     // "list", "info", "sweep", "version"; empty for bare help
+    bool help = false;       // --help: print the command's help and stop
+    std::vector<SimInstrument> sims;
+    std::vector<SimTone> tones;
+    std::optional<double> noiseFloor;  // dBm/Hz
+    std::string dataFolder;
+    std::optional<int> serial;  // info: the positional SERIAL; sweep: --serial
+    SweepRequest sweep;
+};
+
+// Fills `out` or returns false with a one-line message in `error` (without
+// the "zr: " prefix).
+bool parseCommandLine(const std::vector<std::string>& args, Invocation* out, std::string* error);
+
+// Help text of a command; the general text for an empty or unknown name.
+std::string helpText(const std::string& command);
+
+const char* modelName(ZrDeviceType type);
+const char* detectorName(ZrDetector detector);
+const char* windowName(ZrWindowType window);
+const char* speedName(ZrSweepSpeed speed);
+
+}  // namespace zrtool

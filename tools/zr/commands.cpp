@@ -1,0 +1,340 @@
+#include "commands.h"
+
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "csv.h"
+#include "peaks.h"
+#include "pending_exports.h"
+#include "plot.h"
+#include "progress.h"
+#include "units.h"
+#include "zr_api.h"
+#include "zr_sim.h"
+
+namespace zrtool {
+namespace {
+
+std::string statusText(int status) {
+    std::string s = zrGetErrorString(status);
+    while (!s.empty() && (s.back() == '\n' || s.back() == '\r')) s.pop_back();
+    return s;
+}
+
+int fail(const std::string& what, int status, const char* hint) {
+    std::fprintf(stderr, "zr: %s: %s\n", what.c_str(), statusText(status).c_str());
+    if (hint) std::fprintf(stderr, "    hint: %s\n", hint);
+    return 1;
+}
+
+void warn(const std::string& what, int status) {
+    std::fprintf(stderr, "zr: warning: %s: %s\n", what.c_str(), statusText(status).c_str());
+}
+
+// Errors stop the command; warnings are reported once and the work goes on.
+bool check(const std::string& what, ZrStatus status, int* rc, const char* hint = nullptr) {
+    if (status < 0) {
+        *rc = fail(what, status, hint);
+        return false;
+    }
+    if (status > 0) warn(what, status);
+    return true;
+}
+
+const char* openHint(ZrStatus status) {
+    switch (status) {
+        case zrDeviceNotFoundErr:
+            return "zr list shows the instruments that can be opened; with --sim, use a serial given to --sim";
+        case zrMaxDevicesErr: return "nine instruments are open in this process already";
+        case zrBootErr: case zrFPGABootErr: case zrFX3LoadErr:
+            return "unplug the instrument, plug it back in and try again";
+        case zrInvalidCalFileVersionErr: return "the instrument's calibration is older than this library accepts";
+        default: return nullptr;
+    }
+}
+
+// An open handle, closed on every way out of a command.
+class OpenDevice {
+public:
+    ~OpenDevice() {
+        if (handle_ >= 0) zrCloseDevice(handle_);
+    }
+    bool open(const Invocation& inv, int* rc) {
+        int h = -1;
+        const ZrStatus s = inv.serial ? zrOpenDeviceBySerial(&h, *inv.serial) : zrOpenDevice(&h);
+        const std::string what = inv.serial ? "open " + std::to_string(*inv.serial) : std::string("open");
+        if (s < 0) {
+            *rc = fail(what, s, openHint(s));
+            return false;
+        }
+        handle_ = h;
+        if (s > 0) warn(what, s);
+        zrGetDeviceInfo(h, &type_, &serial_);
+        return true;
+    }
+    int handle() const { return handle_; }
+    ZrDeviceType type() const { return type_; }
+    int serial() const { return serial_; }
+
+private:
+    int handle_ = -1;
+    ZrDeviceType type_ = zrDeviceTypeMesa1;
+    int serial_ = 0;
+};
+
+std::string dateText(uint64_t seconds) {
+    if (seconds == 0xFFFFFFFFu) return "none (uncorrected measurements)";
+    const std::time_t t = static_cast<std::time_t>(seconds);
+    std::tm tm{};
+    gmtime_r(&t, &tm);
+    char buf[40];
+    std::strftime(buf, sizeof buf, "%Y-%m-%d %H:%M UTC", &tm);
+    return buf;
+}
+
+std::string levelText(double dbm) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.2f dBm", dbm);
+    return buf;
+}
+
+// The power average of several traces, bin by bin, in dBm.
+void averageInto(std::vector<double>& powerSum, const std::vector<float>& trace) {
+    for (size_t i = 0; i < trace.size(); ++i) powerSum[i] += std::pow(10.0, trace[i] / 10.0);
+}
+
+struct SweepResult {
+    std::vector<float> levels;
+    double startHz = 0, binHz = 0, rbw = 0, vbw = 0;
+    ZrSweepSettings settings{};  // as configured, defaults included
+    double refLevel = 0;
+    int attenuator = -1;
+};
+
+// Stores every setting the user gave; the library's defaults stand for the rest.
+bool applySettings(int h, const SweepRequest& s, int* rc) {
+    if (s.start && !check("--start/--stop", zrSetSweepStartStop(h, *s.start, *s.stop), rc)) return false;
+    if (s.center && !check("--center/--span", zrSetSweepCenterSpan(h, *s.center, *s.span), rc)) return false;
+    if (s.rbw || s.vbw) {
+        // The library's default for both is 100 kHz; an RBW alone brings
+        // the VBW along, as most users expect.
+        const double rbw = s.rbw.value_or(100e3);
+        const double vbw = s.vbw.value_or(rbw);
+        if (!check("--rbw/--vbw", zrSetSweepCoupling(h, rbw, vbw, 1e-6), rc)) return false;
+    }
+    if (s.detector && !check("--detector", zrSetSweepDetector(h, *s.detector, zrVideoPower), rc)) return false;
+    if (s.window && !check("--window", zrSetSweepWindow(h, *s.window), rc)) return false;
+    if (s.speed && !check("--speed", zrSetSweepSpeed(h, *s.speed), rc)) return false;
+    if (s.refLevel && !check("--ref", zrSetRefLevel(h, *s.refLevel), rc)) return false;
+    if (s.attenuator && !check("--atten", zrSetAttenuator(h, *s.attenuator), rc)) return false;
+    return check("scale", zrSetSweepScale(h, zrScaleLog), rc);
+}
+
+bool acquire(const OpenDevice& dev, const SweepRequest& req, SweepResult* out, int* rc) {
+    const int h = dev.handle();
+    if (!sweepCallsPresent()) {
+        std::fprintf(stderr, "zr: this libzr_api.so has no sweeps yet\n");
+        *rc = 1;
+        return false;
+    }
+    if (!applySettings(h, req, rc)) return false;
+    if (!check("configure", zrConfigure(h, zrModeSweeping), rc,
+               "the settings were accepted, but the instrument could not enter sweeping")) return false;
+    int length = 0;
+    if (!check("sweep parameters", zrGetSweepParameters(h, &out->rbw, &out->vbw, &out->startHz, &out->binHz, &length), rc))
+        return false;
+    // What the title reports is what ran, the library's defaults included.
+    zrGetSweepSettings(h, &out->settings);
+    zrGetRefLevel(h, &out->refLevel);
+    zrGetAttenuator(h, &out->attenuator);
+    if (length <= 0) {
+        std::fprintf(stderr, "zr: the sweep has no bins (range narrower than one bin?)\n");
+        *rc = 1;
+        return false;
+    }
+    std::vector<float> trace(length);
+    std::vector<double> powerSum(req.count > 1 ? length : 0);
+    std::set<int> warned;
+    {
+        Progress progress("sweeping", req.count);
+        for (int n = 0; n < req.count; ++n) {
+            int64_t timestamp = 0;
+            const ZrStatus s = zrGetSweep(h, nullptr, trace.data(), &timestamp);
+            if (s < 0) {
+                *rc = fail("sweep " + std::to_string(n + 1), s,
+                           s == zrConnectionLostErr ? "check the cable; the instrument stopped answering" : nullptr);
+                return false;
+            }
+            if (s > 0 && warned.insert(s).second) warn("sweep", s);
+            if (req.count > 1) averageInto(powerSum, trace);
+            progress.done(n + 1);
+        }
+    }
+    if (req.count > 1)
+        for (int i = 0; i < length; ++i) trace[i] = static_cast<float>(10.0 * std::log10(powerSum[i] / req.count));
+    out->levels = std::move(trace);
+    return true;
+}
+
+std::string settingsLine(const SweepRequest& req, const SweepResult& r) {
+    std::string s = "RBW " + formatFrequency(r.rbw, 3) + "   VBW " + formatFrequency(r.vbw, 3);
+    s += "   ref " + trimmedNumber(r.refLevel, 1) + " dBm";
+    s += "   atten " + (r.attenuator >= 0 ? std::to_string(r.attenuator * 5) + " dB" : std::string("auto"));
+    s += std::string("   ") + detectorName(r.settings.detector) + "   " + windowName(r.settings.window);
+    s += std::string("   speed ") + speedName(r.settings.speed);
+    if (req.count > 1) s += "   average of " + std::to_string(req.count);
+    return s;
+}
+
+void printPeaks(const std::vector<Peak>& peaks, const SweepResult& r, float threshold) {
+    if (peaks.empty()) {
+        std::printf("no peak stands clear of the noise (none reaches %.1f dBm)\n", threshold);
+        return;
+    }
+    std::printf("peaks clear of the noise (%.1f dBm or more), strongest first:\n", threshold);
+    std::printf("%3s  %18s  %12s\n", "#", "frequency", "level");
+    for (size_t k = 0; k < peaks.size(); ++k)
+        std::printf("%3zu  %18s  %12s\n", k + 1, formatFrequencyTo(peaks[k].frequency, r.binHz).c_str(),
+                    levelText(peaks[k].level).c_str());
+}
+
+}  // namespace
+
+int prepareSession(const Invocation& inv) {
+    std::string folder = inv.dataFolder;
+    if (folder.empty() && !inv.sims.empty()) {
+        // Simulated serials must not share calibration caches with real
+        // instruments that happen to carry the same number.
+        const char* tmp = std::getenv("TMPDIR");
+        folder = std::string(tmp && *tmp ? tmp : "/tmp") + "/zr-sim-" + std::to_string(getuid());
+    }
+    if (!folder.empty()) {
+        const ZrStatus s = zrSetDataFolder(folder.c_str());
+        if (s < 0) return fail("data folder " + folder, s, "give a folder that can be created and written");
+    }
+    if (inv.sims.empty()) return 0;
+    // The protocol's fixed waits are for real hardware; a simulated
+    // instrument is ready at once.
+    zrSimSetWaitScale(0.01);
+    int next = 10000001;
+    std::set<int> taken;
+    for (const SimInstrument& s : inv.sims)
+        if (s.serial) taken.insert(s.serial);
+    for (const SimInstrument& sim : inv.sims) {
+        int serial = sim.serial;
+        if (!serial) {
+            while (taken.count(next)) ++next;
+            serial = next++;
+        }
+        taken.insert(serial);
+        const std::string what = std::string("--sim ") + modelName(sim.type) + ":" + std::to_string(serial);
+        if (ZrStatus st = zrSimAttachUSB(sim.type, serial); st < 0)
+            return fail(what, st, "each simulated serial may be plugged once");
+        for (const SimTone& t : inv.tones)
+            if (ZrStatus st = zrSimAddTone(serial, t.frequency, t.level); st < 0)
+                return fail("--tone " + formatFrequency(t.frequency) + ":" + trimmedNumber(t.level, 2), st, nullptr);
+        if (inv.noiseFloor)
+            if (ZrStatus st = zrSimSetNoiseFloor(serial, *inv.noiseFloor); st < 0)
+                return fail("--noise", st, nullptr);
+    }
+    return 0;
+}
+
+int runList(const Invocation&) {
+    int serials[9];
+    ZrDeviceType types[9];
+    int count = 0;
+    const ZrStatus s = zrGetDeviceList2(serials, types, &count);
+    if (s < 0) return fail("list", s, nullptr);
+    if (count == 0) {
+        std::printf("no instruments found (plug one in, or try zr --sim Mesa2 list)\n");
+        return 0;
+    }
+    std::printf("%-10s %-8s\n", "SERIAL", "MODEL");
+    for (int i = 0; i < count; ++i) std::printf("%08d   %-8s\n", serials[i], modelName(types[i]));
+    return 0;
+}
+
+int runInfo(const Invocation& inv) {
+    int rc = 0;
+    OpenDevice dev;
+    if (!dev.open(inv, &rc)) return rc;
+    const int h = dev.handle();
+    int major = 0, minor = 0, revision = 0;
+    ZrBool ifOut = zrFalse;
+    uint64_t calDate = 0;
+    ZrDeviceDiagnostics d{};
+    int gps = 0;
+    if (!check("firmware version", zrGetFirmwareVersion(h, &major, &minor, &revision), &rc) ||
+        !check("calibration date", zrGetCalDate(h, &calDate), &rc) ||
+        !check("diagnostics", zrGetFullDeviceDiagnostics(h, &d), &rc))
+        return rc;
+    // Models without an IF output port refuse the question itself.
+    const bool ifKnown = zrHasIFOutput(h, &ifOut) >= 0;
+    const bool gpsKnown = zrGetGPSState(h, &gps) >= 0;
+    std::printf("%-14s %08d\n", "serial", dev.serial());
+    std::printf("%-14s %s\n", "model", modelName(dev.type()));
+    std::printf("%-14s %d.%d.%d\n", "firmware", major, minor, revision);
+    std::printf("%-14s %s\n", "IF output", !ifKnown ? "none on this model" : ifOut ? "yes" : "no");
+    std::printf("%-14s %s\n", "calibrated", dateText(calDate).c_str());
+    std::printf("%-14s %.2f V, %.3f A\n", "supply", d.voltage, d.currentInput);
+    std::printf("%-14s FPGA %.1f C, calibration %.1f C, sensors A %.1f C, C %.1f C, D %.1f C, E %.1f C\n",
+                "temperatures", d.tempFPGA, d.tempCal, d.tempSensorA, d.tempSensorC, d.tempSensorD, d.tempSensorE);
+    if (gpsKnown)
+        std::printf("%-14s %s\n", "GPS", gps == 0 ? "no lock" : gps == 1 ? "locked" : "locked, disciplining the timebase");
+    return 0;
+}
+
+int runSweep(const Invocation& inv) {
+    int rc = 0;
+    SweepResult r;
+    std::string title;
+    {
+        OpenDevice dev;
+        if (!dev.open(inv, &rc) || !acquire(dev, inv.sweep, &r, &rc)) return rc;
+        const double stop = r.startHz + (r.levels.size() - 1) * r.binHz;
+        title = std::string(modelName(dev.type())) + " " + std::to_string(dev.serial()) + "   " +
+                formatFrequency(r.startHz, 3) + " to " + formatFrequency(stop, 3);
+    }
+    const int n = static_cast<int>(r.levels.size());
+    PeakSearch search;
+    search.maxPeaks = inv.sweep.peaks;
+    search.separationBins = separationFor(r.rbw, r.binHz);
+    float threshold = 0;
+    const std::vector<Peak> peaks = findPeaks(r.levels.data(), n, r.startHz, r.binHz, search, &threshold);
+    std::printf("%s\n%s\n%d bins of %s\n\n", title.c_str(), settingsLine(inv.sweep, r).c_str(), n,
+                formatFrequency(r.binHz, 3).c_str());
+    if (inv.sweep.peaks > 0) printPeaks(peaks, r, threshold);
+    std::string error;
+    if (!inv.sweep.csvPath.empty()) {
+        if (!writeTraceCsv(inv.sweep.csvPath, r.levels.data(), n, r.startHz, r.binHz, &error)) {
+            std::fprintf(stderr, "zr: --csv %s\n", error.c_str());
+            return 1;
+        }
+        std::printf("wrote %s\n", inv.sweep.csvPath.c_str());
+    }
+    if (!inv.sweep.plotPath.empty()) {
+        PlotInput plot{r.levels.data(), n, r.startHz, r.binHz, title, settingsLine(inv.sweep, r), peaks};
+        if (!writePng(inv.sweep.plotPath, renderPlot(plot), &error)) {
+            std::fprintf(stderr, "zr: --plot %s\n", error.c_str());
+            return 1;
+        }
+        std::printf("wrote %s\n", inv.sweep.plotPath.c_str());
+    }
+    return 0;
+}
+
+int runVersion(const Invocation&) {
+    std::printf("zr_api %s\n", zrGetAPIVersion());
+    return 0;
+}
+
+}  // namespace zrtool

@@ -1,0 +1,12 @@
+# Runs zr sweep with ARGS, writing CSV, then checks TONES (FREQ:DBM each)
+# in that file with CHECK. Both must pass.
+execute_process(COMMAND ${ZR} ${ARGS} --csv ${CSV} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err TIMEOUT 300)
+message("${out}${err}")
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "zr failed (${rc})")
+endif()
+execute_process(COMMAND ${CHECK} ${CSV} ${TONES} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+message("${out}${err}")
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "the CSV does not show the tones")
+endif()
