@@ -1,5 +1,7 @@
 #include "instrument.h"
 
+#include "fft_sweep.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -37,7 +39,7 @@ uint64_t xorshift(uint64_t& s) {
 
 Instrument::Instrument(ZrDeviceType type, int serial)
     : type_(type), serial_(serial), epoch_(std::chrono::steady_clock::now()), regs_(0x10000, 0),
-      rf_(type == zrDeviceTypeRidge2 || type == zrDeviceTypeRidge3) {
+      rf_(type == zrDeviceTypeRidge2 || type == zrDeviceTypeRidge3), fft_(std::make_unique<FftSweep>()) {
     utcSecondsAtTickZero_ = std::chrono::duration_cast<std::chrono::seconds>(
                                 std::chrono::system_clock::now().time_since_epoch()).count();
     noiseRe_.resize(kNoiseTable);
@@ -135,7 +137,7 @@ bool Instrument::decodeWord(uint32_t w, std::unique_lock<std::mutex>& lock,
             }
             return true;
         }
-        case 0x10: case 0x11: case 0x12: case 0x15: case 0x16: case 0x17: case 0x1E: case 0x50: case 0x51:
+        case 0x10: case 0x11: case 0x12: case 0x16: case 0x17: case 0x1E: case 0x50: case 0x51:
             return true;
         case 0x13:
             if (w == 0x13000100) {
@@ -163,7 +165,16 @@ bool Instrument::decodeWord(uint32_t w, std::unique_lock<std::mutex>& lock,
             Reply r{ReplyKind::Status, 0, 0, 0, 0, 0};
             return pushReply(r, lock, deadline);
         }
-        case 0x20: case 0x21: case 0x22: case 0x25: case 0x26: case 0x2E: case 0x2F:
+        case 0x15:
+            // The settable centre stands for the centre of the IF band.
+            fft_->capture(regs_.data(), FftSweep::Scene{tones_, noiseDbmPerHz_, centerHz_, [this](double f) {
+                              return pathGainDb(f, attenDb_, celsius_);
+                          }});
+            return true;
+        case 0x25:
+            return pushReply(Reply{ReplyKind::Fft, uint8_t(w >> 16), fft_->fetch((w >> 16) & 0xFF), 0, 0, 0}, lock,
+                             deadline);
+        case 0x20: case 0x21: case 0x22: case 0x26: case 0x2E: case 0x2F:
             return pushReply(Reply{ReplyKind::Zero, 0, 0, 0, 0, 0}, lock, deadline);
         case 0xFF:
             switch (w >> 16) {
@@ -490,6 +501,9 @@ void Instrument::render(const Reply& r, uint8_t* dst, uint32_t bytes) {
             return;
         case ReplyKind::Zero:
             std::memset(dst, 0, bytes);
+            return;
+        case ReplyKind::Fft:
+            fft_->render(r.arg, r.part, dst, bytes);
             return;
         case ReplyKind::Word:
             std::memset(dst, 0, bytes);

@@ -27,6 +27,8 @@
 
 namespace zr::sim {
 
+class FftSweep;
+
 // One posted IN transfer. The owner keeps it alive from postRead to the end
 // of waitRead.
 struct ReadRequest {
@@ -168,7 +170,7 @@ public:
     void generateBlock(int16_t* iq);
 
 private:
-    enum class ReplyKind : uint8_t { Data, Status, Zero, Flash, Word };
+    enum class ReplyKind : uint8_t { Data, Status, Zero, Flash, Word, Fft };
     struct Reply {
         ReplyKind kind;
         uint8_t part;
@@ -288,6 +290,7 @@ private:
     void renderGps(const Reply& r, uint8_t* p);
     bool fpgaLoadFails_ = false;
     std::map<uint32_t, std::array<uint8_t, 1024>> flash_;  // NOR pages, absent = erased
+    std::unique_ptr<FftSweep> fft_;  // the FFT sweep (fft_sweep.h)
 };
 
 }  // namespace zr::sim

@@ -1,0 +1,70 @@
+#pragma once
+// The narrow-span sweep engine: one tune, one capture, the wanted centre
+// moved exactly to zero frequency, further decimation on the host where the
+// span is small, and one spectrum. No threads: the whole acquisition runs in
+// the caller's finish, so there is no queue either.
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "dsp/filters.h"
+#include "sweep/spectrum_processor.h"
+#include "sweep/sweep_plan.h"
+#include "transport/command_list.h"
+#include "zr_api.h"
+
+namespace zr {
+
+struct ZrDevice;
+class DeviceInterface;
+
+// Decimation of a narrow sweep: total, on the instrument, on the host.
+struct NarrowDecimation {
+    int total = 1;
+    int hardware = 1;
+    int software = 1;
+};
+NarrowDecimation narrowDecimation(double span, double baseRate);
+
+// The plan, its list and the derived sweep fields. Returns 0 or
+// zrSpanLimitedByPreselector. Tunes through the device's RF state.
+ZrStatus buildNarrowPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list, NarrowDecimation& dec);
+
+class EngineSweepNarrow {
+public:
+    // Allocates everything. Throws std::bad_alloc when memory runs out.
+    EngineSweepNarrow(ZrDevice& device, const ZrSweepSettings& settings, SweepPlan plan, const CommandList& list,
+                      NarrowDecimation dec);
+    EngineSweepNarrow(const EngineSweepNarrow&) = delete;
+    EngineSweepNarrow& operator=(const EngineSweepNarrow&) = delete;
+
+    ZrStatus finishSweep(float* sweepMin, float* sweepMax, int64_t* timestamp);
+
+    const SweepPlan& plan() const { return plan_; }
+    const NarrowDecimation& decimation() const { return dec_; }
+
+private:
+    void acquire();
+    void takeRead(const uint8_t* data, uint32_t bytes);
+
+    ZrDevice* device_;
+    DeviceInterface* transport_;
+    const ZrSweepSettings settings_;
+    const SweepPlan plan_;
+    const SweepStep& step_;
+    std::vector<cf32> readBuffer_;
+    std::vector<cf32> samples_;
+    const CommandList captureList_;
+    CommandList statusList_;
+    const NarrowDecimation dec_;
+    int passes_ = 1;
+    int64_t passSamples_ = 0;
+    int64_t writePos_ = 0;
+    std::unique_ptr<SpectrumProcessor> processor_;
+    FirFilterComplex filter_;
+    ComplexOscillator oscillator_;
+    std::vector<float> min_, max_, min2_, max2_;
+};
+
+}  // namespace zr

@@ -1,0 +1,19 @@
+#pragma once
+// Arithmetic that the fast and narrow-span plans share.
+#include <cmath>
+#include <cstdint>
+
+#include "api/device.h"
+
+namespace zr::planning {
+
+inline int32_t truncI(double x) { return static_cast<int32_t>(x); }
+inline int32_t roundI(double x) { return static_cast<int32_t>(std::floor(x + 0.5)); }
+
+// The gain code of a calibration slice, from the family's record.
+inline uint8_t gainCodeFor(const ZrDevice& dev, int calSlice) {
+    if (dev.ridge()) return dev.corrections.ridge ? dev.corrections.ridge->gainCode[calSlice] : 0;
+    return dev.corrections.mesa ? dev.corrections.mesa->gainCode[calSlice] : 0;
+}
+
+}  // namespace zr::planning
