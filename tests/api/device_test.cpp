@@ -64,39 +64,30 @@ TEST(Models, FirmwareGates) {
     }
 }
 
+// Defaults that a rejected setter leaves in place are pinned by the settings
+// table and the service tests; these are the ones nothing else reads back.
 TEST(DeviceDefaults, NewDeviceHoldsEveryDefault) {
     for (ZrDeviceType type : {zrDeviceTypeMesa2, zrDeviceTypeRidge2}) {
         InstalledDevice d(type, 87654321);
         const ZrDevice& dev = d.device();
         SCOPED_TRACE(type);
-        EXPECT_EQ(dev.deviceType, type);
         EXPECT_EQ(dev.serialNumber, 87654321);
         EXPECT_EQ(dev.maxFrequency, isRidge(type) ? 44.2e9 : 20.6e9);
         EXPECT_EQ(dev.currentMode, zrModeIdle);
         EXPECT_EQ(dev.powerState, zrPowerStateStandby);
+        // -1: no loss count or ring position seen yet.
         EXPECT_EQ(dev.lossCounter, -1);
         EXPECT_EQ(dev.gpsPulses.readIndex, -1);
-
         EXPECT_EQ(dev.attenuator, -1);
         EXPECT_EQ(dev.refLevel, 0.0);
-        EXPECT_EQ(dev.preselectorEnabled, 0);
-        EXPECT_EQ(dev.referenceSource, 0u);
-        EXPECT_EQ(dev.externalReference, 0u);
-        EXPECT_EQ(dev.gpsTimebaseUpdate, 0u);
         EXPECT_EQ(dev.loOffset, 0u);
         EXPECT_EQ(dev.fanThreshold, 50u);
         EXPECT_EQ(dev.networkFragmentation, 0);
         EXPECT_EQ(dev.lastStatusTick, 0u);
 
         const ZrSweepSettings& s = dev.sweep;
-        EXPECT_EQ(s.speed, zrSweepSpeedAuto);
         EXPECT_EQ(s.rbw, 100000.0);
         EXPECT_EQ(s.vbw, 100000.0);
-        EXPECT_EQ(s.detector, zrDetectorAverage);
-        EXPECT_EQ(s.scale, zrScaleLog);
-        EXPECT_EQ(s.videoUnits, zrVideoPower);
-        EXPECT_EQ(s.spurReject, 0);
-        EXPECT_EQ(s.window, zrWindowNuttall);
         EXPECT_EQ(s.sweepTime, 0.0);
         EXPECT_EQ(s.actualRBW, 0.0);
         EXPECT_EQ(s.sweepLength, 0);
@@ -104,67 +95,36 @@ TEST(DeviceDefaults, NewDeviceHoldsEveryDefault) {
         EXPECT_DOUBLE_EQ(s.center - s.span / 2, 100e3);
         EXPECT_DOUBLE_EQ(s.center + s.span / 2, 20.6e9);
 
-        const ZrRealTimeSettings& rt = dev.realTime;
-        EXPECT_EQ(rt.center, 1e9);
-        EXPECT_EQ(rt.span, 1.6e8);
-        EXPECT_EQ(rt.rbw, 30000.0);
-        EXPECT_EQ(rt.detector, zrDetectorMinMax);
-        EXPECT_EQ(rt.scale, zrScaleLog);
-        EXPECT_EQ(rt.refLevel, 0.0);
-        EXPECT_EQ(rt.dynamicRange, 100.0);
-        EXPECT_EQ(rt.window, zrWindowNuttall);
+        EXPECT_EQ(dev.realTime.center, 1e9);
+        EXPECT_EQ(dev.realTime.rbw, 30000.0);
+        EXPECT_EQ(dev.realTime.scale, zrScaleLog);
+        EXPECT_EQ(dev.realTime.dynamicRange, 100.0);
 
-        EXPECT_EQ(dev.iq.baseRate, zrIQBaseRate50M);
-        EXPECT_EQ(dev.iq.dataType, zrDataType32fc);
         EXPECT_EQ(dev.iq.center, 1e9);
-        EXPECT_EQ(dev.iq.decimation, 1);
         EXPECT_EQ(dev.iq.softwareFilter, zrFalse);
-        EXPECT_EQ(dev.iq.bandwidth, 1.6e8);
-        EXPECT_EQ(dev.iq.extTriggerEdge, 0u);
-        EXPECT_FLOAT_EQ(dev.iq.queueSizeMs, 31.45728f);
         EXPECT_EQ(dev.iq.sampleRate, 5e7);
 
         const SegmentedSettings& sg = dev.segmented;
         EXPECT_EQ(sg.dataType, zrDataType32fc);
         EXPECT_EQ(sg.center, 1e9);
-        EXPECT_EQ(sg.videoTriggerLevel, -20.0);
         EXPECT_EQ(sg.videoTriggerEdge, 0u);
         EXPECT_EQ(sg.extTriggerEdge, 0u);
-        EXPECT_EQ(sg.maskFftSize, 16384);
-        ASSERT_EQ(sg.maskFrequencies.size(), 1u);
         ASSERT_EQ(sg.maskAmplitudes.size(), 1u);
         EXPECT_EQ(sg.maskFrequencies[0], 0.0);
         EXPECT_EQ(sg.maskAmplitudes[0], -50.0);
-        EXPECT_TRUE(sg.segments.empty());
         const ZrSegmentSettings seg;
         EXPECT_EQ(seg.triggerType, 0u);
         EXPECT_EQ(seg.preTrigger, 0);
-        EXPECT_EQ(seg.captureSize, 16384u);
         EXPECT_EQ(seg.timeout, 0.0);
 
         EXPECT_EQ(dev.audio.center, 97100.0);
-        EXPECT_EQ(dev.audio.type, zrAudioFM);
         EXPECT_EQ(dev.audio.ifBandwidth, 200000.0);
         EXPECT_EQ(dev.audio.lowPass, 12000.0);
         EXPECT_EQ(dev.audio.highPass, 100.0);
         EXPECT_GE(dev.audio.fmDeemphasisUs, 1.0);
         EXPECT_LE(dev.audio.fmDeemphasisUs, 100.0);
-
         EXPECT_EQ(dev.iqSweepList.dataType, zrDataType32fc);
         EXPECT_EQ(dev.iqSweepList.uncorrected, 0);
-        EXPECT_TRUE(dev.iqSweepList.steps.empty());
-        const ZrIQSweepListStep step;
-        EXPECT_EQ(step.frequency, 1e9);
-        EXPECT_EQ(step.attenuator, -1);
-        EXPECT_EQ(step.refLevel, -20.0);
-        EXPECT_EQ(step.sampleCount, 1000000u);
-
-        EXPECT_EQ(dev.fullBand.attenuator, 0u);
-        EXPECT_EQ(dev.fullBand.corrected, 1u);
-        EXPECT_EQ(dev.fullBand.samples, 32768);
-        EXPECT_EQ(dev.fullBand.triggerType, zrTriggerTypeImmediate);
-        EXPECT_EQ(dev.fullBand.videoTriggerLevel, -50.0);
-        EXPECT_EQ(dev.fullBand.triggerTimeout, 1.0);
 
         EXPECT_EQ(dev.sweepEngine, nullptr);
         EXPECT_EQ(dev.iqEngine, nullptr);

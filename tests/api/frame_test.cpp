@@ -30,8 +30,6 @@ TEST(StatusText, EveryKnownStatusHasItsTextAndOthersAreUnknown) {
     for (const auto& r : rows) EXPECT_STREQ(zrGetErrorString(r.v), r.t) << r.v;
     for (int v : {-1, -7, -9, -12, -15, 10, -1004, 1 << 30, -(1 << 30)})
         EXPECT_STREQ(zrGetErrorString(v), "Unknown Error\n") << v;
-    // The text is static: the same pointer comes back every time.
-    EXPECT_EQ(zrGetErrorString(-6), zrGetErrorString(-6));
 }
 
 TEST(StatusText, InitStatusTextsAndUnknownWithoutLineFeed) {
@@ -116,15 +114,4 @@ TEST(Frame, CustomDataChecksInOrderThenHasNoEngine) {
     EXPECT_EQ(zrStartCustomData(h, 1, buffer), zrInvalidConfigurationErr);
     EXPECT_EQ(zrStartCustomData(h, 127, buffer), zrInvalidConfigurationErr);
     EXPECT_EQ(zrFinishCustomData(h), zrInvalidConfigurationErr);
-}
-
-TEST(FrameHelpers, EnumerationRangeRejectsNegativeAndAboveLast) {
-    EXPECT_TRUE(enumInRange(0, 6));
-    EXPECT_TRUE(enumInRange(6, 6));
-    EXPECT_FALSE(enumInRange(7, 6));
-    EXPECT_FALSE(enumInRange(-1, 6));
-    EXPECT_FALSE(enumInRange(100, 6));
-    EXPECT_FALSE(isFiniteArg(NAN));
-    EXPECT_FALSE(isFiniteArg(INFINITY));
-    EXPECT_TRUE(isFiniteArg(-1e300));
 }

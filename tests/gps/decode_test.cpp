@@ -213,7 +213,6 @@ TEST_F(GpsFeed, LockedTimesAreThePulseUtcPlusFourNsPerTick) {
     StatusBytes b;
     b.pulseTick(p).statusTick(p + statusTicks).runningTick(p + runningTicks).filling(half_);
     feed(b);
-    EXPECT_NEAR(static_cast<double>(gps.statusTime), static_cast<double>(pulseUtc) + statusTicks * 4.0, 1000.0);
     EXPECT_EQ(gps.statusTime, pulseUtc + int64_t{statusTicks} * 4);
     // The running tick lags the samples by 1024 periods of 20 ns.
     EXPECT_EQ(gps.blockTime, pulseUtc + int64_t{runningTicks} * 4 + 20480);
@@ -391,17 +390,6 @@ TEST(AdvanceByTicks, ThresholdsOfTheWrapRecovery) {
 
 // ---------------------------------------------------------------------------
 // Pulse average
-
-TEST(PulseAverageFilter, SteadyPulsesPassUnchanged) {
-    PulseAverage a;
-    int64_t tick = 1000;
-    EXPECT_EQ(a.filter(tick), tick);
-    for (int i = 0; i < 16; ++i) {  // stays below the counter's wrap
-        tick += kTicksPerSec;
-        EXPECT_EQ(a.filter(tick), tick);
-    }
-    EXPECT_EQ(a.error, 0);
-}
 
 TEST(PulseAverageFilter, ErrorOf1001ResetsAndGivesTheRawTick1000DoesNot) {
     PulseAverage a;

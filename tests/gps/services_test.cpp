@@ -8,10 +8,8 @@
 
 #include "api/device.h"
 #include "gps/gps_services.h"
-#include "gps/timebase_file.h"
 #include "gps_test_support.h"
 #include "support/fake_transport.h"
-#include "support/temp_folder.h"
 
 using namespace zr;
 using zr::test::ManualClock;
@@ -119,44 +117,6 @@ TEST_F(GpsServices, WithoutLockZerosAndNotLockedButTheTextComesAllTheSame) {
     EXPECT_EQ(lon, 0.0);
     EXPECT_EQ(alt, 0.0);
     EXPECT_EQ(std::string(text), v + kGga);
-}
-
-TEST_F(GpsServices, StateCodeFromLockAndDiscipline) {
-    EXPECT_EQ(gpsStateCode(dev), 0);
-    feedPulse(kRmc);
-    EXPECT_EQ(gpsStateCode(dev), 1);
-    dev.timebaseDisciplined = 1;
-    EXPECT_EQ(gpsStateCode(dev), 2);
-}
-
-TEST_F(GpsServices, HoldoverFromTheCacheFileAgainstTheCalibrationHistory) {
-    zr::test::TempFolder tmp;
-    ZrBool using_ = static_cast<ZrBool>(7);
-    uint64_t last = 99;
-
-    // No file: the caller's value stays; nothing stored gives time 0.
-    gpsHoldoverInfo(dev, 1000, tmp.str(), &using_, &last);
-    EXPECT_EQ(using_, static_cast<ZrBool>(7));
-    EXPECT_EQ(last, 0u);
-
-    StoredTimebase w;
-    w.timeSeconds = 2000;
-    w.tune = 0x8042;
-    ASSERT_TRUE(writeTimebaseFile(tmp.str(), 55500011, w));
-    gpsHoldoverInfo(dev, 1999, tmp.str(), &using_, &last);
-    EXPECT_EQ(using_, zrTrue);
-    EXPECT_EQ(last, 2000u);
-    EXPECT_EQ(dev.storedTimebase.valid, 1);
-    EXPECT_EQ(dev.storedTimebase.tune, 0x8042);
-
-    gpsHoldoverInfo(dev, 2000, tmp.str(), &using_, nullptr);
-    EXPECT_EQ(using_, zrFalse) << "a file of the same date as the history is not newer";
-
-    // Without usingHoldover the file is not read: the stored date answers.
-    w.timeSeconds = 3000;
-    ASSERT_TRUE(writeTimebaseFile(tmp.str(), 55500011, w));
-    gpsHoldoverInfo(dev, 0, tmp.str(), nullptr, &last);
-    EXPECT_EQ(last, 2000u);
 }
 
 TEST_F(GpsServices, ReadersSeeWholeTextsWhileTheDecoderRuns) {

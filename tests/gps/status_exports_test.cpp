@@ -312,4 +312,10 @@ TEST(GpsExports, HoldoverComparesTheCacheWithTheCalibrationHistory) {
     EXPECT_EQ(using_, zrTrue);
     EXPECT_EQ(last, 5001u);
     EXPECT_EQ(dev.storedTimebase.tune, 0x8010);
+
+    // Without usingHoldover the file is not read again: the stored date answers.
+    w.timeSeconds = 6000;
+    ASSERT_TRUE(writeTimebaseFile(calFilesFolder(), 24681357, w));
+    EXPECT_EQ(zrGetGPSHoldoverInfo(sd.handle, nullptr, &last), zrNoError);
+    EXPECT_EQ(last, 5001u);
 }

@@ -20,15 +20,11 @@ using zr::test::ManualClock;
 
 namespace {
 
-// The shared temp folder, with the trailing separator kept by the data
-// folder and a way to name files in it.
-class TempFolder {
-public:
-    std::string folder() const { return t_.str(); }
-    std::filesystem::path file(const std::string& name) const { return t_.path() / name; }
-
-private:
-    zr::test::TempFolder t_;
+// Files in a fresh temp folder, named the way the cache names them.
+struct TempFolder {
+    zr::test::TempFolder t;
+    std::string folder() const { return t.str(); }
+    std::filesystem::path file(const std::string& name) const { return t.path() / name; }
 };
 
 std::vector<uint8_t> readAll(const std::filesystem::path& p) {

@@ -430,11 +430,20 @@ bool contains(const Words& w, std::initializer_list<uint32_t> seq) {
     return std::search(w.begin(), w.end(), seq.begin(), seq.end()) != w.end();
 }
 
-TEST(RidgeTune, TwiceGivesSameWordsButTheGateWait) {
-    resetRidgeMixModeMemory();
+// The mixer mode is remembered process-wide: every test starts and ends
+// without it.
+class RidgeTune : public ::testing::Test {
+protected:
+    void SetUp() override { resetRidgeMixModeMemory(); }
+    void TearDown() override { resetRidgeMixModeMemory(); }
     RidgeRfState state;
-    state.gateBias = -1.5f;
     NoRfCalibration cal;
+    FakeCal fake;
+    Words w;
+};
+
+TEST_F(RidgeTune, TwiceGivesSameWordsButTheGateWait) {
+    state.gateBias = -1.5f;
     TuneRequest a = ridgeReq(1e10, 1.0039e10);
     TuneRequest b = a;
     Words w1, w2;
@@ -447,12 +456,8 @@ TEST(RidgeTune, TwiceGivesSameWordsButTheGateWait) {
     EXPECT_FLOAT_EQ(state.previousGate, -1.5f);
 }
 
-TEST(RidgeTune, GateWaitOnlyOnRiseAcrossMinus19) {
-    resetRidgeMixModeMemory();
-    RidgeRfState state;
+TEST_F(RidgeTune, GateWaitOnlyOnRiseAcrossMinus19) {
     state.gateBias = -1.5f;
-    NoRfCalibration cal;
-    Words w;
     TuneRequest r = ridgeReq(3e9, 3.04e9);  // band 2: gate stays at -2.0
     tuneRidge(w, state, cal, r);
     EXPECT_NE(w.back(), 2500u);
@@ -469,11 +474,7 @@ TEST(RidgeTune, GateWaitOnlyOnRiseAcrossMinus19) {
     EXPECT_EQ(w.back(), 2500u);
 }
 
-TEST(RidgeTune, BitFourRiseMixModeAndWakePending) {
-    resetRidgeMixModeMemory();
-    RidgeRfState state;
-    NoRfCalibration cal;
-    Words w;
+TEST_F(RidgeTune, BitFourRiseMixModeAndWakePending) {
     TuneRequest r = ridgeReq(2e10, 2.0039e10);  // band 4, mask 16
     tuneRidge(w, state, cal, r);
     EXPECT_TRUE(state.wakePending);
@@ -502,14 +503,9 @@ TEST(RidgeTune, BitFourRiseMixModeAndWakePending) {
     TuneRequest r2 = ridgeReq(3.2e10, 3.2039e10);
     tuneRidge(w2, other, cal, r2);
     EXPECT_EQ(std::count(w2.begin(), w2.end(), 30000u), 0);
-    resetRidgeMixModeMemory();
 }
 
-TEST(RidgeTune, WakeAndShutdownDriveTheLatches) {
-    resetRidgeMixModeMemory();
-    RidgeRfState state;
-    NoRfCalibration cal;
-    Words w;
+TEST_F(RidgeTune, WakeAndShutdownDriveTheLatches) {
     EXPECT_FALSE(appendRidgeWakeIfPending(w, state));
     EXPECT_TRUE(w.empty());
     TuneRequest r = ridgeReq(1e10, 1.0039e10);
@@ -542,57 +538,48 @@ TEST(RidgeTune, WakeAndShutdownDriveTheLatches) {
     EXPECT_TRUE(state.wakePending);
 }
 
-TEST(RidgeTune, CalibrationTrimsNeedTheConnection) {
-    resetRidgeMixModeMemory();
-    FakeCal cal;
+TEST_F(RidgeTune, CalibrationTrimsNeedTheConnection) {
     // Band 5: index round((3.0039e10 - 24023437500) / 3.90625e7) = 154.
     TuneRequest r = ridgeReq(3e10, 30039062500.0);
-    RidgeRfState state;
-    Words w;
-    tuneRidge(w, state, cal, r);
-    EXPECT_EQ(cal.lastBand5Index, -1);  // not connected: not looked up
+    tuneRidge(w, state, fake, r);
+    EXPECT_EQ(fake.lastBand5Index, -1);  // not connected: not looked up
     MmWaveWords zero = mmWaveWords(30039062500.0 / 4e6, 0, 0);
     EXPECT_TRUE(contains(w, {0x04030150, 0x6702E, zero.w1, zero.w2, 1}));
     EXPECT_TRUE(contains(w, {0x04020180, 0x188000, 0x198000, 1}));
 
     state.calConnected = true;
     w.clear();
-    tuneRidge(w, state, cal, r);
-    EXPECT_EQ(cal.lastBand5Index, 154);
+    tuneRidge(w, state, fake, r);
+    EXPECT_EQ(fake.lastBand5Index, 154);
     MmWaveWords six = mmWaveWords(30039062500.0 / 4e6, 6, 0);
     EXPECT_TRUE(contains(w, {0x04030150, 0x6702E, six.w1, six.w2, 1}));
     // LO feedthrough from the tables at VVA index - 5.
     const int vva = ridgeVvaIndex(30039062500.0, 5);
-    EXPECT_EQ(cal.lastLoftIndex, vva - 5);
+    EXPECT_EQ(fake.lastLoftIndex, vva - 5);
     EXPECT_TRUE(contains(w, {0x04020180, 0x180000 + 7232, 0x190000 + ((30000 - 32768) & 0xFFFF), 1}));
 
     // The admin override wins, connected or not.
-    cal.overrideSet = true;
+    fake.overrideSet = true;
     state.calConnected = false;
     w.clear();
-    tuneRidge(w, state, cal, r);
+    tuneRidge(w, state, fake, r);
     EXPECT_TRUE(contains(w, {0x04020180, 0x180000, 0x190001, 1}));
 
     // Band 6 takes balance and gain.
-    cal.overrideSet = false;
+    fake.overrideSet = false;
     state.calConnected = true;
     w.clear();
     r = ridgeReq(4.2e10, 4.2039e10);
-    tuneRidge(w, state, cal, r);
+    tuneRidge(w, state, fake, r);
     const MmWaveWords b6 = mmWaveWords((4.2039e10 - 3e9) / 4e6, 3, 20);
     EXPECT_TRUE(contains(w, {0x04050150, 0x6622E, b6.w1, b6.w2, b6.w3, b6.w4, 1}));
-    resetRidgeMixModeMemory();
 }
 
-TEST(RidgeTune, BandFourSweepWithBitFiveUsesBand5Form) {
-    resetRidgeMixModeMemory();
-    RidgeRfState state;
-    NoRfCalibration cal;
+TEST_F(RidgeTune, BandFourSweepWithBitFiveUsesBand5Form) {
     TuneRequest r = ridgeReq(2e10, 2.0039e10);
     r.kind = kTuneSweep;
     r.firstSlice = 500;
     r.lastSlice = 700;
-    Words w;
     tuneRidge(w, state, cal, r);
     EXPECT_TRUE(contains(w, {0x04030150, 0x6702E, 0x8AC94, 0xB0202, 1}));
     r = ridgeReq(2e10, 2.0039e10);
@@ -604,11 +591,7 @@ TEST(RidgeTune, BandFourSweepWithBitFiveUsesBand5Form) {
     EXPECT_TRUE(contains(w, {0x04010150, 0x6976E, 1}));
 }
 
-TEST(RidgeTune, TimingWordAndBandZeroMemory) {
-    resetRidgeMixModeMemory();
-    NoRfCalibration cal;
-    RidgeRfState state;
-    Words w;
+TEST_F(RidgeTune, TimingWordAndBandZeroMemory) {
     TuneRequest r = ridgeReq(4.2e10, 4.2039e10);
     tuneRidge(w, state, cal, r);
     const RidgeOffsetPlan lo = ridgeOffsetPlan(planRidgeBand(ridgeReq(4.2e10, 4.2039e10), false).vcoHz);
@@ -619,20 +602,15 @@ TEST(RidgeTune, TimingWordAndBandZeroMemory) {
     EXPECT_EQ(r.band, 0);
     EXPECT_EQ(r.subBand, 0);
     EXPECT_EQ(state.subBand, 1);  // LO from 62.5 MHz
-    resetRidgeMixModeMemory();
 }
 
-TEST(RidgeIFOutput, RangeIndexAndWords) {
-    resetRidgeMixModeMemory();
-    FakeCal cal;
-    RidgeRfState state;
-    Words w;
-    EXPECT_EQ(tuneIFOutput(w, state, cal, 2.39e10, 0), -5);
-    EXPECT_EQ(tuneIFOutput(w, state, cal, 4.36e10, 0), -5);
+TEST_F(RidgeTune, IFOutputRangeIndexAndWords) {
+    EXPECT_EQ(tuneIFOutput(w, state, fake, 2.39e10, 0), -5);
+    EXPECT_EQ(tuneIFOutput(w, state, fake, 4.36e10, 0), -5);
     EXPECT_TRUE(w.empty());
     state.previousGate = -1.0f;
     // 3.0e10: index floor(12 + 0.5) = 12; LO 2.85e10, chain 7.125e9 doubled.
-    ASSERT_EQ(tuneIFOutput(w, state, cal, 3.0e10, 1), 0);
+    ASSERT_EQ(tuneIFOutput(w, state, fake, 3.0e10, 1), 0);
     const MmWaveWords mm = mmWaveWords(7125.0, 24, 12);
     EXPECT_TRUE(contains(w, {0x04050150, 0x6622E, mm.w1, mm.w2, mm.w3, mm.w4, 1}));
     EXPECT_TRUE(contains(w, {0x04020160, 0x180000, 0x1B87B9, 1}));
@@ -644,11 +622,10 @@ TEST(RidgeIFOutput, RangeIndexAndWords) {
     EXPECT_EQ(state.band, 6);
     // The top of the range is inside; the boundaries at both ends work.
     Words top;
-    EXPECT_EQ(tuneIFOutput(top, state, cal, 4.35e10, 0), 0);
+    EXPECT_EQ(tuneIFOutput(top, state, fake, 4.35e10, 0), 0);
     Words bottom;
-    EXPECT_EQ(tuneIFOutput(bottom, state, cal, 2.4e10, 0), 0);
+    EXPECT_EQ(tuneIFOutput(bottom, state, fake, 2.4e10, 0), 0);
     EXPECT_TRUE(contains(bottom, {0x04050150, 0x6622E}));
-    resetRidgeMixModeMemory();
 }
 
 }  // namespace

