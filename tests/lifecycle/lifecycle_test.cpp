@@ -3,6 +3,7 @@
 // start-up lists all run as they do with hardware.
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <string>
 
 #include "api/frame.h"
@@ -140,6 +141,32 @@ TEST_F(Lifecycle, FailedOpensLeaveTheTableAsItWas) {
                                                 reinterpret_cast<const uint8_t*>(&version1), 4);
     EXPECT_EQ(zrOpenDeviceBySerial(&h, 10000012), zrInvalidCalFileVersionErr);
     EXPECT_EQ(lookupDevice(0), nullptr);
+}
+
+// Both warnings of an open store a working handle.
+TEST_F(Lifecycle, ImageWarningsStillOpen) {
+    // A record written by a newer calibration station.
+    plug(zrDeviceTypeMesa2, 10000061);
+    const uint32_t newer[2] = {0x60000000u, 3u};  // calDate, calVersion
+    sim::findInstrument(10000061)->programFlash(0x100000 + 0x40000, reinterpret_cast<const uint8_t*>(newer),
+                                                sizeof newer);
+    int h = -1;
+    EXPECT_EQ(zrOpenDeviceBySerial(&h, 10000061), zrUpdateAPI);
+    ASSERT_EQ(h, 0);
+    EXPECT_NE(lookupDevice(h), nullptr);
+
+    // A Ridge record changed after its checksum was taken (away from the
+    // sector that holds the calibration date, which the programmer erases).
+    plug(zrDeviceTypeRidge2, 20000062);
+    const float gain = 1.5f;
+    sim::findInstrument(20000062)->programFlash(0x100000 + offsetof(RidgeCalData, gain) + 0x20000,
+                                                reinterpret_cast<const uint8_t*>(&gain), sizeof gain);
+    int r = -1;
+    EXPECT_EQ(zrOpenDeviceBySerial(&r, 20000062), zrInvalidCalData);
+    ASSERT_EQ(r, 1);
+    ZrMode mode = zrModeSweeping;
+    EXPECT_EQ(zrGetCurrentMode(r, &mode), zrNoError);
+    EXPECT_EQ(mode, zrModeIdle);
 }
 
 TEST_F(Lifecycle, PresetEndsTheHandleAndTheInstrumentComesBackInItsBootLoader) {
