@@ -166,15 +166,9 @@ bool Instrument::decodeWord(uint32_t w, std::unique_lock<std::mutex>& lock,
             Reply r{ReplyKind::Status, 0, 0, 0, 0, 0};
             return pushReply(r, lock, deadline);
         }
-        case 0x15: {
-            // The FFT's band follows the tune, unless a test fixed the centre.
-            const RfPath path = rf_.path(celsius_);
-            const double centre =
-                centerOverride_ ? centerHz_ : FftSweep::bandCentreHz(path.direct, (regs_[0x3C] & 8) != 0, path.firstLoHz);
-            fft_->capture(regs_.data(), FftSweep::Scene{tones_, noiseDbmPerHz_, centre, !centerOverride_ && path.direct,
-                                                        [this](double f) { return pathGainDb(f, attenDb_, celsius_); }});
+        case 0x15:
+            captureFftLocked();
             return true;
-        }
         case 0x25:
             return pushReply(Reply{ReplyKind::Fft, uint8_t(w >> 16), fft_->fetch((w >> 16) & 0xFF), 0, 0, 0}, lock,
                              deadline);
@@ -791,6 +785,32 @@ void Instrument::ifChannels(double v, double slicePos, cd& ti, cd& tq) const {
     if (!ifFilterLoaded_) return;
     ti *= firResponse(ifTapsA_.data(), v);
     tq *= firResponse(ifTapsB_.data(), v);
+}
+
+// The FFT sees the same chain as the stream (RF path, gain code, the IF
+// channels and the correction filter the host loaded), with the filter
+// running at the FFT's 250 MHz clock. Its band follows the tune, unless a
+// test fixed the centre.
+double Instrument::fftBandCentreLocked(const RfPath& path) const {
+    return centerOverride_ ? centerHz_ : FftSweep::bandCentreHz(path.direct, (regs_[0x3C] & 8) != 0, path.firstLoHz);
+}
+
+double Instrument::fftChainGainLocked(const RfPath& path, double centre, double f) const {
+    double db = pathGainDb(f, attenDb_, celsius_);
+    if (centerOverride_) return db;
+    if (path.known) db += model::gainCodeDb(path.gainCode);
+    if (path.direct) db -= model::lowFreqLossDb(f);
+    cd ti, tq;
+    ifChannels((f - centre) / 250e6, centre / 39.0625e6, ti, tq);
+    return db + 20.0 * std::log10(std::abs(0.5 * (ti + tq)));
+}
+
+void Instrument::captureFftLocked() {
+    const RfPath path = rf_.path(celsius_);
+    const double centre = fftBandCentreLocked(path);
+    if (ifFilterLoaded_) decodeIFTaps(regs_, ifTapsA_.data(), ifTapsB_.data());
+    fft_->capture(regs_.data(), FftSweep::Scene{tones_, noiseDbmPerHz_, centre, !centerOverride_ && path.direct,
+                                                [&](double f) { return fftChainGainLocked(path, centre, f); }});
 }
 
 void Instrument::rebuildScene() {

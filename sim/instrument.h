@@ -202,6 +202,9 @@ private:
     void renderStatus(const Reply& r, uint8_t* dst);
     void startStream(uint32_t code, uint32_t tune);
     void rebuildScene();
+    void captureFftLocked();
+    double fftBandCentreLocked(const RfPath& path) const;
+    double fftChainGainLocked(const RfPath& path, double centre, double f) const;
     // ---- RF decoding ----
     void registerWord(uint32_t address, uint32_t w);
     double ncoHz() const;
