@@ -3,6 +3,8 @@
 // once a sweep has been started.
 #include <benchmark/benchmark.h>
 
+#include "opened_sim.h"
+
 #include <pthread.h>
 
 #include <atomic>
@@ -55,23 +57,8 @@ namespace {
 
 constexpr int kSerial = 10007777;
 
-struct OpenedSim {
-    int handle = -1;
-    OpenedSim() {
-        const auto folder = std::filesystem::temp_directory_path() / "zr_bench_sweep";
-        std::filesystem::create_directories(folder);
-        zrSetDataFolder(folder.c_str());
-        zrSimSetWaitScale(0.0);
-        zrSimAttachUSB(zrDeviceTypeMesa2, kSerial);
-        zrOpenDeviceBySerial(&handle, kSerial);
-        if (auto inst = zr::sim::findInstrument(kSerial)) inst->setPaced(false);
-        zrSimAddTone(kSerial, 1e9, -30.0);
-        zrSimSetNoiseFloor(kSerial, -150.0);
-    }
-    ~OpenedSim() {
-        zrCloseDevice(handle);
-        zrSimDetach(kSerial);
-    }
+struct OpenedSim : zr::bench::OpenedSim {
+    OpenedSim() : zr::bench::OpenedSim(kSerial, "zr_bench_sweep") {}
 };
 
 void setSweep(zr::ZrDevice& dev, double centre, double span, double rbw) {

@@ -3,6 +3,8 @@
 // narrow-span sweep by span. The simulator's own FFT is part of the figure.
 #include <benchmark/benchmark.h>
 
+#include "opened_sim.h"
+
 #include <filesystem>
 #include <vector>
 
@@ -14,23 +16,8 @@ namespace {
 
 constexpr int kSerial = 10009393;
 
-struct FastSim {
-    int handle = -1;
-    FastSim() {
-        const auto folder = std::filesystem::temp_directory_path() / "zr_bench_sweep_fast";
-        std::filesystem::create_directories(folder);
-        zrSetDataFolder(folder.c_str());
-        zrSimSetWaitScale(0.0);
-        zrSimAttachUSB(zrDeviceTypeMesa2, kSerial);
-        zrOpenDeviceBySerial(&handle, kSerial);
-        if (auto inst = zr::sim::findInstrument(kSerial)) inst->setPaced(false);
-        zrSimAddTone(kSerial, 1e9, -30.0);
-        zrSimSetNoiseFloor(kSerial, -150.0);
-    }
-    ~FastSim() {
-        zrCloseDevice(handle);
-        zrSimDetach(kSerial);
-    }
+struct FastSim : zr::bench::OpenedSim {
+    FastSim() : zr::bench::OpenedSim(kSerial, "zr_bench_sweep_fast") {}
     // Configures and returns the sweep length, or 0 on failure.
     int configure(double centre, double span, double rbw, ZrSweepSpeed speed) {
         zrSetSweepSpeed(handle, speed);
