@@ -15,8 +15,8 @@
 #include <random>
 #include <vector>
 
-#include "api/device.h"
-#include "api/frame.h"
+#include "device/device.h"
+#include "device/frame.h"
 #include "registry.h"
 #include "sim_transport.h"
 #include "sweep/engine_sweep_controller.h"
@@ -80,7 +80,7 @@ void BM_FullSpanSweep(benchmark::State& state) {
     int length = 0;
     zrGetSweepParameters(sim.handle, nullptr, nullptr, nullptr, nullptr, &length);
     std::vector<float> mn(static_cast<size_t>(length)), mx(static_cast<size_t>(length));
-    const zr::SweepPlan& plan = zr::lookupDevice(sim.handle)->sweepEngine->plan();
+    const zr::SweepPlan& plan = dynamic_cast<zr::EngineSweepController&>(*zr::lookupDevice(sim.handle)->engine).plan();
     const double samples = double(plan.stepCount) * plan.passes * plan.blocksPerStep * 2048;
     const double blocks = samples / 2048 + 4;
 

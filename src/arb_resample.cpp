@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "platform/guard.h"
 #include "zr_api.h"
 
 namespace zr {
@@ -145,24 +146,26 @@ int& segIQSkip() {
 
 extern "C" ZR_EXPORT ZrStatus zrSegIQLTEResample(float* input, int inputLen, float* output,
                                                  int* outputLen, ZrBool clearDelayLine) {
-    if (!input || !output || !outputLen) return zrNullPtrErr;
-    zr::ArbResampler& r = zr::segIQResampler();
-    int& skip = zr::segIQSkip();
-    // Too short a block cannot feed the filter: refuse it and keep the state.
-    if (inputLen <= r.filterSize) return zrInvalidParameterErr;
-    if (clearDelayLine) {
-        skip = 16;
-        r.history.fill(0.0f);
-    }
-    int produced = zr::runArbResampler(r, input, inputLen, output, std::max(*outputLen, 0));
-    if (skip > 0 && produced <= skip) {
-        skip -= produced;
-        produced = 0;
-    } else if (skip > 0) {
-        std::memmove(output, output + 2 * size_t(skip), sizeof(float) * 2 * size_t(produced - skip));
-        produced -= skip;
-        skip = 0;
-    }
-    *outputLen = produced;
-    return zrNoError;
+    return zr::guarded([&] {
+        if (!input || !output || !outputLen) return zrNullPtrErr;
+        zr::ArbResampler& r = zr::segIQResampler();
+        int& skip = zr::segIQSkip();
+        // Too short a block cannot feed the filter: refuse it and keep the state.
+        if (inputLen <= r.filterSize) return zrInvalidParameterErr;
+        if (clearDelayLine) {
+            skip = 16;
+            r.history.fill(0.0f);
+        }
+        int produced = zr::runArbResampler(r, input, inputLen, output, std::max(*outputLen, 0));
+        if (skip > 0 && produced <= skip) {
+            skip -= produced;
+            produced = 0;
+        } else if (skip > 0) {
+            std::memmove(output, output + 2 * size_t(skip), sizeof(float) * 2 * size_t(produced - skip));
+            produced -= skip;
+            skip = 0;
+        }
+        *outputLen = produced;
+        return zrNoError;
+    });
 }

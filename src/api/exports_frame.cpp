@@ -1,7 +1,7 @@
 // Exports that need no instrument: version, texts, reserved entry points.
 #include <cstddef>
 
-#include "api/frame.h"
+#include "device/frame.h"
 
 using namespace zr;
 
@@ -122,18 +122,18 @@ ZR_EXPORT ZrStatus zrReplaceSecondaryBuild(int device, ...) { return handleOnly(
 ZR_EXPORT ZrStatus zrSwitchFPGABuild(int, ...) { return zrNoError; }
 
 ZR_EXPORT ZrStatus zrStartCustomData(int device, int count, void* buffer) {
-    ZrDevice* dev = lookupDevice(device);
-    if (!dev) return zrInvalidDeviceErr;
-    if (!buffer) return zrNullPtrErr;
-    if (count < 1 || count > 127) return zrInvalidParameterErr;
-    // No mode creates a custom-data engine, so the engine is always absent.
-    return zrInvalidConfigurationErr;
+    return withDevice(device, [&](ZrDevice& dev) -> ZrStatus {
+        if (!buffer) return zrNullPtrErr;
+        if (count < 1 || count > 127) return zrInvalidParameterErr;
+        // No mode creates a custom-data engine, so the engine is always absent.
+        return zrInvalidConfigurationErr;
+    });
 }
 
 ZR_EXPORT ZrStatus zrFinishCustomData(int device) {
-    ZrDevice* dev = lookupDevice(device);
-    if (!dev) return zrInvalidDeviceErr;
-    return zrInvalidConfigurationErr;
+    return withDevice(device, [&](ZrDevice& dev) -> ZrStatus {
+        return zrInvalidConfigurationErr;
+    });
 }
 
 }  // extern "C"

@@ -1,126 +1,126 @@
 // Identity and parameter queries: read the device, never the instrument.
-#include "api/frame.h"
+#include "device/frame.h"
 
 using namespace zr;
 
 extern "C" {
 
 ZR_EXPORT ZrStatus zrGetDeviceInfo(int device, ZrDeviceType* type, int* serial) {
-    ZrDevice* dev = lookupDevice(device);
-    if (!dev) return zrInvalidDeviceErr;
-    if (type) *type = dev->deviceType;
-    if (serial) *serial = dev->serialNumber;
-    return zrNoError;
+    return withDevice(device, [&](ZrDevice& dev) -> ZrStatus {
+        if (type) *type = dev.deviceType;
+        if (serial) *serial = dev.serialNumber;
+        return zrNoError;
+    });
 }
 
 ZR_EXPORT ZrStatus zrGetFirmwareVersion(int device, int* major, int* minor, int* revision) {
-    ZrDevice* dev = lookupDevice(device);
-    if (!dev) return zrInvalidDeviceErr;
-    if (major) *major = dev->firmwareMajor;
-    if (minor) *minor = dev->firmwareMinor;
-    if (revision) *revision = dev->firmwareRevision;
-    return zrNoError;
+    return withDevice(device, [&](ZrDevice& dev) -> ZrStatus {
+        if (major) *major = dev.firmwareMajor;
+        if (minor) *minor = dev.firmwareMinor;
+        if (revision) *revision = dev.firmwareRevision;
+        return zrNoError;
+    });
 }
 
 ZR_EXPORT ZrStatus zrHasIFOutput(int device, ZrBool* present) {
-    ZrDevice* dev = lookupDevice(device);
-    if (!dev) return zrInvalidDeviceErr;
-    if (!present) return zrNullPtrErr;
-    if (!dev->ridge()) {
-        *present = zrFalse;
-        return zrInvalidDeviceErr;
-    }
-    *present = dev->hasIFOutput ? zrTrue : zrFalse;
-    return zrNoError;
+    return withDevice(device, [&](ZrDevice& dev) -> ZrStatus {
+        if (!present) return zrNullPtrErr;
+        if (!dev.ridge()) {
+            *present = zrFalse;
+            return zrInvalidDeviceErr;
+        }
+        *present = dev.hasIFOutput ? zrTrue : zrFalse;
+        return zrNoError;
+    });
 }
 
 ZR_EXPORT ZrStatus zrGetSweepSettings(int device, ZrSweepSettings* settings) {
-    ZrDevice* dev = lookupDevice(device);
-    if (!dev) return zrInvalidDeviceErr;
-    if (!settings) return zrNullPtrErr;
-    if (dev->currentMode != zrModeSweeping) return zrInvalidConfigurationErr;
-    *settings = dev->sweep;
-    return zrNoError;
+    return withDevice(device, [&](ZrDevice& dev) -> ZrStatus {
+        if (!settings) return zrNullPtrErr;
+        if (dev.currentMode != zrModeSweeping) return zrInvalidConfigurationErr;
+        *settings = dev.sweep;
+        return zrNoError;
+    });
 }
 
 ZR_EXPORT ZrStatus zrGetSweepParameters(int device, double* actualRBW, double* actualVBW,
                                         double* actualStartFreq, double* binSize, int* sweepSize) {
-    ZrDevice* dev = lookupDevice(device);
-    if (!dev) return zrInvalidDeviceErr;
-    if (dev->currentMode != zrModeSweeping) return zrInvalidConfigurationErr;
-    const ZrSweepSettings& s = dev->sweep;
-    if (actualRBW) *actualRBW = s.actualRBW;
-    if (actualVBW) *actualVBW = s.actualVBW;
-    if (actualStartFreq) *actualStartFreq = s.startFreq;
-    if (binSize) *binSize = s.binSize;
-    if (sweepSize) *sweepSize = s.sweepLength;
-    return zrNoError;
+    return withDevice(device, [&](ZrDevice& dev) -> ZrStatus {
+        if (dev.currentMode != zrModeSweeping) return zrInvalidConfigurationErr;
+        const ZrSweepSettings& s = dev.sweep;
+        if (actualRBW) *actualRBW = s.actualRBW;
+        if (actualVBW) *actualVBW = s.actualVBW;
+        if (actualStartFreq) *actualStartFreq = s.startFreq;
+        if (binSize) *binSize = s.binSize;
+        if (sweepSize) *sweepSize = s.sweepLength;
+        return zrNoError;
+    });
 }
 
 ZR_EXPORT ZrStatus zrGetRealTimeSettings(int device, ZrRealTimeSettings* settings) {
-    ZrDevice* dev = lookupDevice(device);
-    if (!dev) return zrInvalidDeviceErr;
-    if (!settings) return zrNullPtrErr;
-    if (dev->currentMode != zrModeRealTime) return zrInvalidConfigurationErr;
-    *settings = dev->realTime;
-    return zrNoError;
+    return withDevice(device, [&](ZrDevice& dev) -> ZrStatus {
+        if (!settings) return zrNullPtrErr;
+        if (dev.currentMode != zrModeRealTime) return zrInvalidConfigurationErr;
+        *settings = dev.realTime;
+        return zrNoError;
+    });
 }
 
 ZR_EXPORT ZrStatus zrGetRealTimeParameters(int device, double* actualRBW, int* sweepSize,
                                            double* actualStartFreq, double* binSize,
                                            int* frameWidth, int* frameHeight, double* poi) {
-    ZrDevice* dev = lookupDevice(device);
-    if (!dev) return zrInvalidDeviceErr;
-    if (dev->currentMode != zrModeRealTime) return zrInvalidConfigurationErr;
-    const ZrRealTimeSettings& s = dev->realTime;
-    if (actualRBW) *actualRBW = s.actualRBW;
-    if (sweepSize) *sweepSize = s.sweepLength;
-    if (actualStartFreq) *actualStartFreq = s.startFreq;
-    if (binSize) *binSize = s.binSize;
-    if (frameWidth) *frameWidth = s.frameWidth;
-    if (frameHeight) *frameHeight = s.frameHeight;
-    if (poi) *poi = s.poi;
-    return zrNoError;
+    return withDevice(device, [&](ZrDevice& dev) -> ZrStatus {
+        if (dev.currentMode != zrModeRealTime) return zrInvalidConfigurationErr;
+        const ZrRealTimeSettings& s = dev.realTime;
+        if (actualRBW) *actualRBW = s.actualRBW;
+        if (sweepSize) *sweepSize = s.sweepLength;
+        if (actualStartFreq) *actualStartFreq = s.startFreq;
+        if (binSize) *binSize = s.binSize;
+        if (frameWidth) *frameWidth = s.frameWidth;
+        if (frameHeight) *frameHeight = s.frameHeight;
+        if (poi) *poi = s.poi;
+        return zrNoError;
+    });
 }
 
 ZR_EXPORT ZrStatus zrGetIQParameters(int device, double* sampleRate, double* bandwidth) {
-    ZrDevice* dev = lookupDevice(device);
-    if (!dev) return zrInvalidDeviceErr;
-    if (dev->currentMode == zrModeIQStreaming && dev->iqEngine) {
-        if (sampleRate) *sampleRate = dev->iq.sampleRate;
-        if (bandwidth) *bandwidth = dev->iq.bandwidth;
-        return zrNoError;
-    }
-    if (dev->currentMode == zrModeIQSegmentedCapture && dev->segmentedEngine) {
-        // Segmented capture always runs at the full ADC rate and bandwidth.
-        if (sampleRate) *sampleRate = 2.5e8;
-        if (bandwidth) *bandwidth = 1.6e8;
-        return zrNoError;
-    }
-    return zrInvalidConfigurationErr;
+    return withDevice(device, [&](ZrDevice& dev) -> ZrStatus {
+        if (dev.currentMode == zrModeIQStreaming && dev.engine) {
+            if (sampleRate) *sampleRate = dev.iq.sampleRate;
+            if (bandwidth) *bandwidth = dev.iq.bandwidth;
+            return zrNoError;
+        }
+        if (dev.currentMode == zrModeIQSegmentedCapture && dev.engine) {
+            // Segmented capture always runs at the full ADC rate and bandwidth.
+            if (sampleRate) *sampleRate = 2.5e8;
+            if (bandwidth) *bandwidth = 1.6e8;
+            return zrNoError;
+        }
+        return zrInvalidConfigurationErr;
+    });
 }
 
 ZR_EXPORT ZrStatus zrGetIQCenterFreq(int device, double* center) {
-    ZrDevice* dev = lookupDevice(device);
-    if (!dev) return zrInvalidDeviceErr;
-    if (!center) return zrNullPtrErr;
-    if (dev->currentMode == zrModeIQStreaming && dev->iqEngine) {
-        *center = dev->iq.center;
-        return zrNoError;
-    }
-    if (dev->currentMode == zrModeIQSegmentedCapture && dev->segmentedEngine) {
-        *center = dev->segmented.center;
-        return zrNoError;
-    }
-    return zrInvalidConfigurationErr;
+    return withDevice(device, [&](ZrDevice& dev) -> ZrStatus {
+        if (!center) return zrNullPtrErr;
+        if (dev.currentMode == zrModeIQStreaming && dev.engine) {
+            *center = dev.iq.center;
+            return zrNoError;
+        }
+        if (dev.currentMode == zrModeIQSegmentedCapture && dev.engine) {
+            *center = dev.segmented.center;
+            return zrNoError;
+        }
+        return zrInvalidConfigurationErr;
+    });
 }
 
 ZR_EXPORT ZrStatus zrGetIQSweepListSteps(int device, int* steps) {
-    ZrDevice* dev = lookupDevice(device);
-    if (!dev) return zrInvalidDeviceErr;
-    if (!steps) return zrNullPtrErr;
-    *steps = static_cast<int>(dev->iqSweepList.steps.size());
-    return zrNoError;
+    return withDevice(device, [&](ZrDevice& dev) -> ZrStatus {
+        if (!steps) return zrNullPtrErr;
+        *steps = static_cast<int>(dev.iqSweepList.steps.size());
+        return zrNoError;
+    });
 }
 
 }  // extern "C"

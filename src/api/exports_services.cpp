@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "api/frame.h"
-#include "api/services.h"
+#include "device/frame.h"
+#include "device/services.h"
 
 using namespace zr;
 

@@ -10,8 +10,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "api/frame.h"
-#include "api/settings.h"
+#include "device/frame.h"
+#include "device/settings.h"
 
 using namespace zr;
 
@@ -45,9 +45,8 @@ namespace {
 // handle to the caller.
 template <class F>
 ZrStatus withCaptureDevice(int handle, F&& work) {
-    ZrDevice* dev = lookupDevice(handle);
-    if (!dev || !dev->captureMemory()) return zrInvalidDeviceErr;
-    return work(*dev);
+    if (ZrDevice* dev = lookupDevice(handle); dev && !dev->captureMemory()) return zrInvalidDeviceErr;
+    return withDevice(handle, std::forward<F>(work));
 }
 
 ZrStatus clampFrequency(const ZrDevice& dev, double& f) {

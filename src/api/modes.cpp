@@ -1,77 +1,26 @@
-// zrConfigure: the one place where stored settings become instrument state.
-// Everything before the dispatch brings the device to the same known point
-// whatever ran before, so each plan starts from idle, awake, at the current
-// temperature.
-#include "api/frame.h"
-#include "api/modes.h"
-#include "api/services.h"
+// zrConfigure, zrAbort and zrGetCurrentMode, and the table of which plan
+// serves which mode.
+#include "device/frame.h"
+#include "device/modes.h"
 #include "sweep/sweep_mode.h"
 
 namespace zr {
-
-void stopEngines(ZrDevice& dev) {
-    // A sweep in flight completes before its engine goes; the other modes'
-    // engines stop their own threads and send their own stop words.
-    drainSweeps(dev);
-    deleteSweepEngines(dev);
-}
-
 namespace {
 
-ZrStatus dispatch(ZrDevice& dev, ZrMode mode) {
-    switch (mode) {
-        case zrModeSweeping:
-            return configureSweeping(dev);
-        case zrModeIQSegmentedCapture:
-            if (!dev.captureMemory()) return zrInvalidConfigurationErr;
-            // The segmented capture engine is not built yet.
-            return zrInvalidConfigurationErr;
-        case zrModeRealTime:
-        case zrModeIQStreaming:
-        case zrModeAudio:
-        case zrModeIQSweepList:
-            // Plans not built yet: the device stays idle.
-            return zrInvalidConfigurationErr;
-        case zrModeIdle:
-        default:
-            return zrInvalidConfigurationErr;
-    }
+ZrStatus planSegmented(ZrDevice& dev) {
+    // Only instruments with capture memory have the mode; its engine is
+    // still to come.
+    return zrInvalidConfigurationErr;
 }
 
-ZrStatus configure(ZrDevice& dev, ZrMode mode) {
-    stopEngines(dev);
-    dev.currentMode = zrModeIdle;
-    DeviceInterface* t = dev.transport.get();
-    if (dev.powerState != zrPowerStateOn) {
-        if (t) SendCommandList(*t, dev.wakeList);
-        dev.powerState = zrPowerStateOn;
-    }
-
-    const float temperature = readTemperature(dev);
-    dev.corrections.SetTemperature(temperature);
-    dev.configureTemperature = temperature;
-    dev.tempDrift = 0;
-
-    dev.gpsPulses.readIndex = -1;
-    dev.gpsPulses.count = 0;
-    dev.gpsPulses.origin = 0;
-
-    if (dev.ridge() && dev.corrections.ridge)
-        rf::refreshRidgeForConfigure(dev.rf.ridge, dev.rfOverrides, temperature, *dev.corrections.ridge,
-                                     dev.corrections.GetLOGateBias());
-
-    // With GPS steering the timebase, the discipline owns the word.
-    if (!(dev.gps.locked && dev.gpsTimebaseUpdate) && t) {
-        CommandList list;
-        list.AppendRegister(reg::kTimebase, timebaseWord(dev));
-        list.AppendWord(cmd::kPad);
-        SendCommandList(*t, list);
-    }
-
-    const ZrStatus status = dispatch(dev, mode);
-    if (status >= zrNoError) dev.currentMode = mode;
-    return status;
-}
+// Modes without an engine yet have no plan: zrConfigure refuses them and
+// the device stays idle.
+constexpr PlannerTable kPlanners = [] {
+    PlannerTable t{};
+    t[zrModeSweeping] = configureSweeping;
+    t[zrModeIQSegmentedCapture] = planSegmented;
+    return t;
+}();
 
 }  // namespace
 }  // namespace zr
@@ -83,13 +32,7 @@ extern "C" {
 ZR_EXPORT ZrStatus zrConfigure(int device, ZrMode mode) {
     return withDevice(device, [&](ZrDevice& d) {
         if (!enumInRange(mode, zrModeIQSweepList)) return zrInvalidParameterErr;
-        try {
-            return configure(d, mode);
-        } catch (const std::bad_alloc&) {
-            stopEngines(d);
-            d.currentMode = zrModeIdle;
-            return zrAllocationErr;
-        }
+        return configureMode(d, mode, kPlanners);
     });
 }
 

@@ -5,9 +5,10 @@
 #include <atomic>
 #include <new>
 
-#include "api/frame.h"
-#include "api/modes.h"
-#include "api/services.h"
+#include "device/frame.h"
+#include "api/open.h"
+#include "device/modes.h"
+#include "device/services.h"
 #include "calibration/load_usb.h"
 #include "dsp/dsp.h"
 #include "transport/device_interface_usb.h"
@@ -196,35 +197,31 @@ using namespace zr;
 extern "C" {
 
 ZR_EXPORT ZrStatus zrOpenDevice(int* device) {
-    int serials[kMaxDevices];
-    int count = 0;
-    zrGetDeviceList(serials, &count);
-    if (count == 0) return zrDeviceNotFoundErr;
-    return zrOpenDeviceBySerial(device, serials[0]);
+    return guarded([&] {
+        int serials[kMaxDevices];
+        int count = 0;
+        zrGetDeviceList(serials, &count);
+        if (count == 0) return zrDeviceNotFoundErr;
+        return zrOpenDeviceBySerial(device, serials[0]);
+    });
 }
 
 ZR_EXPORT ZrStatus zrOpenDeviceBySerial(int* device, int serial) {
-    try {
-        return openUSBDevice(device, serial);
-    } catch (const std::bad_alloc&) {
-        return zrAllocationErr;
-    }
+    return guarded([&] { return openUSBDevice(device, serial); });
 }
 
 ZR_EXPORT ZrStatus zrCloseDevice(int device) {
-    ZrDevice* dev = lookupDevice(device);
-    if (!dev) return zrInvalidDeviceErr;
-    return closeDevice(*dev, device);
+    return withDevice(device, [&](ZrDevice& dev) { return closeDevice(dev, device); });
 }
 
 ZR_EXPORT ZrStatus zrPreset(int device) {
-    ZrDevice* dev = lookupDevice(device);
-    if (!dev) return zrInvalidDeviceErr;
-    const ZrStatus aborted = zrAbort(device);
-    if (aborted < zrNoError) return aborted;
-    if (dev->transport) dev->transport->Reset();
-    protocolSleepMs(kRecoveryResetMs);
-    return zrCloseDevice(device);
+    return withDevice(device, [&](ZrDevice& dev) -> ZrStatus {
+        const ZrStatus aborted = zrAbort(device);
+        if (aborted < zrNoError) return aborted;
+        if (dev.transport) dev.transport->Reset();
+        protocolSleepMs(kRecoveryResetMs);
+        return zrCloseDevice(device);
+    });
 }
 
 }  // extern "C"

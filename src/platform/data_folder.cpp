@@ -8,6 +8,7 @@
 #include <mutex>
 #include <vector>
 
+#include "platform/guard.h"
 #include "zr_api.h"
 
 namespace zr {
@@ -90,7 +91,9 @@ bool setAppDataFolder(const std::string& path) {
 }  // namespace zr
 
 extern "C" ZR_EXPORT ZrStatus zrSetDataFolder(const char* path) {
-    if (!path) return zrNullPtrErr;
-    if (!*path) return zrInvalidParameterErr;
-    return zr::setAppDataFolder(path) ? zrNoError : zrInvalidParameterErr;
+    return zr::guarded([&] {
+        if (!path) return zrNullPtrErr;
+        if (!*path) return zrInvalidParameterErr;
+        return zr::setAppDataFolder(path) ? zrNoError : zrInvalidParameterErr;
+    });
 }

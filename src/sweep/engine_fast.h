@@ -1,17 +1,19 @@
 #pragma once
 // The fast sweep engine: the instrument computes one log spectrum per tuned
 // step at 250 MS/s and the host only fetches, stitches and calibrates them.
-// One acquisition thread keeps the pipe full and fills the positions; the
-// caller's finish does the post-processing.
+// One acquisition thread (the transfer pump's) keeps the pipe full and fills
+// the positions; the caller's finish does the post-processing.
 
 #include <array>
 #include <atomic>
 #include <cstdint>
-#include <mutex>
+#include <memory>
 #include <vector>
 
+#include "device/mode_engine.h"
 #include "platform/threads.h"
 #include "sweep/engine_sweep_controller.h"
+#include "transport/transfer_pump.h"
 #include "sweep/sweep_plan.h"
 #include "transport/command_list.h"
 #include "zr_api.h"
@@ -31,32 +33,30 @@ void buildFastPlan(ZrDevice& dev, SweepPlan& plan, CommandList& configList, Comm
 // 0x25 words fetched per step: the third of four blocks holds no kept bin.
 inline int fastFetchBlocks(int blocksPerStep) { return blocksPerStep == 4 ? 3 : blocksPerStep; }
 
-class EngineSweepFast {
+class EngineSweepFast final : public SweepEngine, private TransferSink {
 public:
-    // Starts the thread, which sends the configuration at once. Throws
+    // Sends the configuration twice (the first spectrum after arming is
+    // thrown away, and so is a second) and starts the thread. Throws
     // std::bad_alloc when memory runs out.
     EngineSweepFast(ZrDevice& device, const ZrSweepSettings& settings, SweepPlan plan, const CommandList& configList,
                     const CommandList& sweepList);
-    ~EngineSweepFast();
-    EngineSweepFast(const EngineSweepFast&) = delete;
-    EngineSweepFast& operator=(const EngineSweepFast&) = delete;
+    ~EngineSweepFast() override;
 
-    ZrStatus startSweep(int position);
-    ZrStatus finishSweep(int position, float* sweepMin, float* sweepMax, int64_t* timestamp);
-    ZrStatus getSweep(float* sweepMin, float* sweepMax, int64_t* timestamp);
-    void drain();
-    bool queueBusy() const;
+    ZrStatus startSweep(int position) override;
+    ZrStatus finishSweep(int position, float* sweepMin, float* sweepMax, int64_t* timestamp) override;
+    ZrStatus getSweep(float* sweepMin, float* sweepMax, int64_t* timestamp) override;
+    // Queued sweeps are finished and discarded.
+    void drain() override;
+    bool busy() const override;
 
     const SweepPlan& plan() const { return plan_; }
 
 private:
-    struct Page {
-        const uint8_t* data;
-        int32_t blocks;
-    };
+    static constexpr int kConfigTag = -1;  // replies of the configuration, not kept
 
-    void acquisitionThread();
-    void distribute(const uint8_t* data, uint32_t bytes, bool shortRead);
+    void onData(int position, const uint8_t* blocks, int count) override;
+    void onStatus(int position, const uint8_t* block) override;
+    void onTicketDone(int position) override;
     void postProcess(SweepPosition& pos);
 
     ZrDevice* device_;
@@ -65,22 +65,11 @@ private:
     const SweepPlan plan_;
     const CommandList configList_;
     const CommandList sweepList_;
-    int32_t listDataBlocks_ = 0, listStatusBlocks_ = 0;
     size_t traceSize_ = 0;
-
-    std::mutex pageLock_;
-    std::vector<Page> pageQueue_;  // room for the pages of 16 queued sweeps
-    size_t pageHead_ = 0, pageCount_ = 0;
-    Event wakeEvent_;
-    std::atomic<bool> running_{true};
-
-    std::mutex captureLock_;
-    std::array<CaptureTicket, kSweepPositions> captureFifo_{};
-    size_t captureHead_ = 0, captureCount_ = 0;
 
     std::array<SweepPosition, kSweepPositions> positions_;
     std::vector<float> halfRow_;
-    NamedThread thread_;
+    std::unique_ptr<TransferPump> pump_;  // last: its thread stops first
 };
 
 }  // namespace zr

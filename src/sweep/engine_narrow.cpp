@@ -5,29 +5,17 @@
 #include <cstring>
 #include <new>
 
-#include "api/device.h"
-#include "api/services.h"
-#include "sweep/sweep_mode.h"
-#include "transport/device_interface.h"
+#include "device/device.h"
+#include "device/services.h"
 
 namespace zr {
 
 namespace {
 
-constexpr int kReplyBytes = 8192;
 constexpr int kReadBufferSamples = 0x40000;
-constexpr int kMaxReadBlocks = kReadBufferSamples / kCaptureBlockSamples;  // 128
-constexpr int kMaxReads = 10;
-constexpr int kMaxPagesInFlight = 4;
-constexpr int kReadTimeoutMs = 2000;
+// A read brings at most what the read buffer converts at once.
+constexpr PumpLimits kPumpLimits{10, 4, kReadBufferSamples / kCaptureBlockSamples, 2000};
 constexpr int kFilterTaps = 2049;
-constexpr int kStatusReplyBytes = 0x8000;
-
-int dataWords(const CommandList& list) {
-    int n = 0;
-    for (uint32_t c : list.dataWordCounts()) n += int(c);
-    return n;
-}
 
 }  // namespace
 
@@ -36,7 +24,7 @@ EngineSweepNarrow::EngineSweepNarrow(ZrDevice& device, const ZrSweepSettings& se
     : device_(&device), transport_(device.transport.get()), settings_(settings), plan_(std::move(plan)),
       step_(plan_.steps.front()), captureList_(list), dec_(dec) {
     readBuffer_.resize(kReadBufferSamples);
-    samples_.resize(size_t(dataWords(captureList_)) * kCaptureBlockSamples / size_t(dec_.software));
+    samples_.resize(size_t(listDataReplies(captureList_)) * kCaptureBlockSamples / size_t(dec_.software));
     statusList_.AppendListHead();
     for (int i = 0; i < 4; ++i) statusList_.AppendStatusWord();
     passes_ = plan_.passes;
@@ -57,67 +45,18 @@ EngineSweepNarrow::EngineSweepNarrow(ZrDevice& device, const ZrSweepSettings& se
         min2_.resize(n);
         max2_.resize(n);
     }
+    if (transport_)
+        pump_ = std::make_unique<TransferPump>(*transport_, static_cast<TransferSink&>(*this), kPumpLimits, 2,
+                                               captureList_.blockCount() + statusList_.blockCount());
 }
 
 // The capture list through the transport, each read converted, shifted,
 // filtered and decimated into samples as it lands, then one status block.
 void EngineSweepNarrow::acquire() {
-    constexpr int kSlots = DeviceInterface::kSlotCount;
-    const size_t pages = captureList_.blockCount();
-    const auto& counts = captureList_.dataWordCounts();
-    size_t next = 0;
-    int pending = 0, reads = 0, written = 0;
-    int readBegin = 0, readFinish = 0, pageWrite = 0, pageRetire = 0;
-    int owed[kSlots] = {};
     writePos_ = 0;
-
-    auto issueReads = [&] {
-        for (int n; reads < kMaxReads && (n = std::min(pending, kMaxReadBlocks) & ~3) >= 4; ++reads) {
-            transport_->BeginRead(readBegin, n * kReplyBytes, kReadTimeoutMs);
-            readBegin = (readBegin + 1) % kSlots;
-            pending -= n;
-        }
-    };
-    for (;;) {
-        // A page goes out only behind the reads for its replies, and only
-        // while the reads that may still be posted can take them all.
-        while (next < pages && (written < kMaxPagesInFlight || reads == 0) &&
-               pending + int(counts[next]) <= (kMaxReads - reads) * kMaxReadBlocks) {
-            pending += int(counts[next]);
-            issueReads();
-            transport_->BeginWrite(pageWrite, captureList_.data() + next * CommandList::kBlockSize);
-            owed[pageWrite] = int(counts[next]);
-            pageWrite = (pageWrite + 1) % kSlots;
-            ++written;
-            ++next;
-        }
-        if (reads == 0) break;
-        const TransferResult r = transport_->FinishRead(readFinish);
-        transport_->noteResult(r);
-        readFinish = (readFinish + 1) % kSlots;
-        --reads;
-        takeRead(r.failed ? nullptr : r.data, r.requested);
-        int m = int(r.requested / kReplyBytes);
-        while (written > 0 && (owed[pageRetire] <= m || owed[pageRetire] == 0)) {
-            m -= owed[pageRetire];
-            transport_->noteResult(transport_->FinishWrite(pageRetire));
-            pageRetire = (pageRetire + 1) % kSlots;
-            --written;
-        }
-        if (written > 0) owed[pageRetire] -= m;
-        issueReads();
-    }
-    while (written > 0) {
-        transport_->noteResult(transport_->FinishWrite(pageRetire));
-        pageRetire = (pageRetire + 1) % kSlots;
-        --written;
-    }
-
-    transport_->BeginRead(0, kStatusReplyBytes, kReadTimeoutMs);
-    SendCommandList(*transport_, statusList_);
-    const TransferResult r = transport_->FinishRead(0);
-    transport_->noteResult(r);
-    if (!r.failed && r.data) decodeStatus(*device_, r.data, true, false);
+    pump_->push(0, captureList_);
+    pump_->push(1, statusList_);
+    pump_->runUntilIdle();
 
     if (dec_.software > 1) {
         // Drop the filter's delay of half its length in input samples.
@@ -126,8 +65,12 @@ void EngineSweepNarrow::acquire() {
     }
 }
 
-void EngineSweepNarrow::takeRead(const uint8_t* data, uint32_t bytes) {
-    const int c = int(bytes / kReplyBytes) * kCaptureBlockSamples;
+void EngineSweepNarrow::onStatus(int tag, const uint8_t* block) {
+    if (block) decodeStatus(*device_, block, true, false);
+}
+
+void EngineSweepNarrow::onData(int tag, const uint8_t* data, int blocks) {
+    const int c = blocks * kCaptureBlockSamples;
     cf32* buf = readBuffer_.data();
     if (data) dspConvert16sTo32fScaled(reinterpret_cast<const int16_t*>(data), reinterpret_cast<float*>(buf), 2 * c, 15);
     else dspZeroComplex(buf, c);
@@ -145,8 +88,8 @@ void EngineSweepNarrow::takeRead(const uint8_t* data, uint32_t bytes) {
     writePos_ += kept;
 }
 
-ZrStatus EngineSweepNarrow::finishSweep(float* sweepMin, float* sweepMax, int64_t* timestamp) {
-    if (transport_) acquire();
+ZrStatus EngineSweepNarrow::finishSweep(int, float* sweepMin, float* sweepMax, int64_t* timestamp) {
+    if (pump_) acquire();
     if (const int32_t s = transport_ ? transport_->statusNow() : zrConnectionLostErr) return ZrStatus(s);
 
     const int first = plan_.firstKeptBin;
@@ -183,12 +126,5 @@ ZrStatus EngineSweepNarrow::finishSweep(float* sweepMin, float* sweepMax, int64_
     else if (device_->adcOverflow) status = zrADCOverflow;
     return device_->statusBlockInvalid ? zrSyncErr : status;
 }
-
-// ---------------------------------------------------------------- contract
-
-ZrStatus finishSweep(EngineSweepNarrow& engine, float* sweepMin, float* sweepMax, int64_t* timestamp) {
-    return engine.finishSweep(sweepMin, sweepMax, timestamp);
-}
-void destroyEngine(EngineSweepNarrow* engine) { delete engine; }
 
 }  // namespace zr

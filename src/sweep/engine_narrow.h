@@ -8,10 +8,12 @@
 #include <memory>
 #include <vector>
 
+#include "device/mode_engine.h"
 #include "dsp/filters.h"
 #include "sweep/spectrum_processor.h"
 #include "sweep/sweep_plan.h"
 #include "transport/command_list.h"
+#include "transport/transfer_pump.h"
 #include "zr_api.h"
 
 namespace zr {
@@ -31,22 +33,27 @@ NarrowDecimation narrowDecimation(double span, double baseRate);
 // zrSpanLimitedByPreselector. Tunes through the device's RF state.
 ZrStatus buildNarrowPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list, NarrowDecimation& dec);
 
-class EngineSweepNarrow {
+class EngineSweepNarrow final : public SweepEngine, private TransferSink {
 public:
     // Allocates everything. Throws std::bad_alloc when memory runs out.
     EngineSweepNarrow(ZrDevice& device, const ZrSweepSettings& settings, SweepPlan plan, const CommandList& list,
                       NarrowDecimation dec);
-    EngineSweepNarrow(const EngineSweepNarrow&) = delete;
-    EngineSweepNarrow& operator=(const EngineSweepNarrow&) = delete;
 
-    ZrStatus finishSweep(float* sweepMin, float* sweepMax, int64_t* timestamp);
+    // There is no queue: a start does nothing, and every finish (whatever
+    // the position) acquires and processes one sweep.
+    ZrStatus startSweep(int position) override { return zrNoError; }
+    ZrStatus finishSweep(int position, float* sweepMin, float* sweepMax, int64_t* timestamp) override;
+    ZrStatus getSweep(float* sweepMin, float* sweepMax, int64_t* timestamp) override {
+        return finishSweep(0, sweepMin, sweepMax, timestamp);
+    }
 
     const SweepPlan& plan() const { return plan_; }
     const NarrowDecimation& decimation() const { return dec_; }
 
 private:
     void acquire();
-    void takeRead(const uint8_t* data, uint32_t bytes);
+    void onData(int tag, const uint8_t* blocks, int count) override;
+    void onStatus(int tag, const uint8_t* block) override;
 
     ZrDevice* device_;
     DeviceInterface* transport_;
@@ -65,6 +72,7 @@ private:
     FirFilterComplex filter_;
     ComplexOscillator oscillator_;
     std::vector<float> min_, max_, min2_, max2_;
+    std::unique_ptr<TransferPump> pump_;  // runs on the caller's thread
 };
 
 }  // namespace zr

@@ -4,32 +4,30 @@
 #include <chrono>
 #include <cstring>
 #include <new>
-#include <numeric>
 #include <thread>
 
-#include "api/device.h"
-#include "api/services.h"
-#include "transport/device_interface.h"
+#include "device/device.h"
+#include "device/services.h"
 
 namespace zr {
 
 namespace {
 
-constexpr int kReplyBytes = 8192;
-constexpr int kMaxReadsInFlight = 10;
-constexpr int kMaxPagesInFlight = DeviceInterface::kSlotCount;
-constexpr int kMaxReadBlocks = 128;  // 1 MiB
-constexpr int kReadTimeoutMs = 2000;
+constexpr PumpLimits kPumpLimits{10, DeviceInterface::kSlotCount, 128, 2000};
 constexpr int32_t kWakeAllBlocks = 1000000;
+std::atomic<int64_t> ringCapacityForTest{0};
 
 int64_t ringCapacityFor(int32_t s, int32_t stepCount) {
     const int64_t S = s;
+    if (const int64_t forced = ringCapacityForTest.load()) return std::max(forced / S, int64_t(3)) * S;
     const int64_t a = std::max(int64_t(5e6 / double(S)) * S, 3 * S);
     const int64_t b = std::min(int64_t(5e7 / double(S)) * S, int64_t(stepCount) * S);
     return std::max(a, b);
 }
 
 }  // namespace
+
+void EngineSweepController::setRingCapacityForTest(int64_t samples) { ringCapacityForTest = samples; }
 
 EngineSweepController::EngineSweepController(ZrDevice& device, const ZrSweepSettings& settings, SweepPlan plan,
                                              const CommandList& list)
@@ -41,18 +39,18 @@ EngineSweepController::EngineSweepController(ZrDevice& device, const ZrSweepSett
     if (!ring_) throw std::bad_alloc();
     try {
         stepDone_.assign(size_t(ringCapacity_ / stepSamples_), 0);
-        pageQueue_.resize(size_t(kSweepPositions) * commandList_.blockCount());
-        const auto& d = commandList_.dataWordCounts();
-        const auto& st = commandList_.statusWordCounts();
-        listDataBlocks_ = int32_t(std::accumulate(d.begin(), d.end(), uint64_t(0)));
-        listStatusBlocks_ = int32_t(std::accumulate(st.begin(), st.end(), uint64_t(0)));
         for (int t = 0; t < 2; ++t) {
             processors_[t] = std::make_unique<SpectrumProcessor>(settings_, plan_);
             passTraces_[t].resize(size_t(4) * plan_.fftSize);
         }
+        if (transport_)
+            // Twice the positions: a finished sweep's ticket may still wait
+            // for the padding replies behind its status.
+            pump_ = std::make_unique<TransferPump>(*transport_, static_cast<TransferSink&>(*this), kPumpLimits, 2 * kSweepPositions,
+                                                   size_t(2 * kSweepPositions) * commandList_.blockCount());
         workThreads_[0] = NamedThread("ZR Sweep Work Thread", ThreadPriority::Normal, [this] { workThread(0); });
         workThreads_[1] = NamedThread("ZR Sweep Work Thread", ThreadPriority::Normal, [this] { workThread(1); });
-        usbThread_ = NamedThread("ZR Sweep USB Thread", ThreadPriority::TimeCritical, [this] { usbThread(); });
+        if (pump_) pump_->start("ZR Sweep USB Thread", ThreadPriority::TimeCritical);
     } catch (...) {
         running_ = false;
         blocksReady_ = kWakeAllBlocks;
@@ -66,8 +64,7 @@ EngineSweepController::EngineSweepController(ZrDevice& device, const ZrSweepSett
 
 EngineSweepController::~EngineSweepController() {
     running_ = false;
-    wakeEvent_.set();
-    usbThread_.join();
+    pump_.reset();
     blocksReady_ = kWakeAllBlocks;
     dataEvent_.set();
     for (auto& w : workThreads_) w.join();
@@ -83,14 +80,12 @@ ZrStatus EngineSweepController::startSweep(int position) {
 
     const size_t traceSize = size_t(plan_.stepCount) * plan_.fftSize;
     if (pos.minTrace.size() != traceSize) {
-        try {
-            pos.minTrace.resize(traceSize);
-            pos.maxTrace.resize(traceSize);
-        } catch (const std::bad_alloc&) {
-            pos.minTrace = {};
-            pos.maxTrace = {};
-            return zrAllocationErr;
-        }
+        // Sized at the first start; a failure here reaches the caller as
+        // zrAllocationErr through the frame, and the next start tries again.
+        pos.minTrace.clear();
+        pos.maxTrace.clear();
+        pos.minTrace.resize(traceSize);
+        pos.maxTrace.resize(traceSize);
     }
     pos.stepsLeft = uint32_t(plan_.stepCount);
     pos.nextStep = 0;
@@ -105,23 +100,14 @@ ZrStatus EngineSweepController::startSweep(int position) {
     stepFifo_[tail % kSweepPositions] = position;
     stepFifoTail_.store(tail + 1, std::memory_order_release);
 
-    {
-        std::lock_guard lock(captureLock_);
-        CaptureTicket& t = captureFifo_[(captureHead_ + captureCount_) % kSweepPositions];
-        t = CaptureTicket{position, listDataBlocks_, listStatusBlocks_, false};
-        ++captureCount_;
+    // Room for 16 sweeps' pages was made at construction, so this cannot
+    // fail while the position was free; without a transport every sweep
+    // finishes at once, as with a lost link.
+    if (!pump_ || !pump_->push(position, commandList_)) {
+        pos.partsLeft = 1;
+        partDone(pos);
+        pos.stepsLeft = 0;
     }
-    {
-        std::lock_guard lock(pageLock_);
-        const auto& d = commandList_.dataWordCounts();
-        const auto& st = commandList_.statusWordCounts();
-        for (size_t b = 0; b < commandList_.blockCount(); ++b) {
-            pageQueue_[(pageHead_ + pageCount_) % pageQueue_.size()] =
-                Page{commandList_.data() + b * CommandList::kBlockSize, int32_t(d[b] + st[b])};
-            ++pageCount_;
-        }
-    }
-    wakeEvent_.set();
     return zrNoError;
 }
 
@@ -168,7 +154,7 @@ void EngineSweepController::drain() {
     }
 }
 
-bool EngineSweepController::queueBusy() const {
+bool EngineSweepController::busy() const {
     for (const SweepPosition& pos : positions_)
         if (pos.active.load()) return true;
     return false;
@@ -176,147 +162,27 @@ bool EngineSweepController::queueBusy() const {
 
 // ---------------------------------------------------------------- USB thread
 
-void EngineSweepController::usbThread() {
-    constexpr int kSlots = DeviceInterface::kSlotCount;
-    Page taken[kMaxPagesInFlight];
-    int takenCount = 0;
-    int pending = 0;   // blocks of taken or written pages that no read covers yet
-    int reads = 0;     // reads outstanding
-    int written = 0;   // pages written and not yet retired
-    int readBegin = 0, readFinish = 0, pageWrite = 0, pageRetire = 0;
-    int owed[kSlots] = {};
-
-    auto queueEmpty = [this] {
-        std::lock_guard lock(pageLock_);
-        return pageCount_ == 0;
-    };
-    auto writeTaken = [&] {
-        for (int i = 0; i < takenCount; ++i) {
-            transport_->BeginWrite(pageWrite, taken[i].data);
-            owed[pageWrite] = taken[i].blocks;
-            pageWrite = (pageWrite + 1) % kSlots;
-            ++written;
-        }
-        takenCount = 0;
-    };
-    auto retireOne = [&] {
-        transport_->FinishWrite(pageRetire);
-        pageRetire = (pageRetire + 1) % kSlots;
-        --written;
-    };
-
-    while (running_) {
-        if (reads == 0 && pending == 0 && takenCount == 0 && queueEmpty()) {
-            while (written > 0) retireOne();
-            readBegin = readFinish = pageWrite = pageRetire = 0;
-            wakeEvent_.wait();
-            if (!running_) break;
-        }
-
-        // Take pages while the slots and the read budget allow.
-        bool ranDry = false;
-        {
-            std::lock_guard lock(pageLock_);
-            while (written + takenCount < kMaxPagesInFlight && pending < kMaxReadBlocks) {
-                if (pageCount_ == 0) {
-                    ranDry = true;
-                    break;
-                }
-                taken[takenCount++] = pageQueue_[pageHead_];
-                pageHead_ = (pageHead_ + 1) % pageQueue_.size();
-                --pageCount_;
-                pending += taken[takenCount - 1].blocks;
-            }
-        }
-        // A starter may still be pushing the pages of a list: wait for
-        // the rest unless nothing more is coming.
-        const bool issue = !ranDry || (queueEmpty() && pending >= 1);
-        if (issue) {
-            const int n = std::min(pending, kMaxReadBlocks) & ~3;
-            if (n >= 4) {
-                // The read goes out before the commands that cause its data.
-                transport_->BeginRead(readBegin, n * kReplyBytes, kReadTimeoutMs);
-                readBegin = (readBegin + 1) % kSlots;
-                ++reads;
-                pending -= n;
-                writeTaken();
-            }
-        }
-        if (pending == 0 && takenCount > 0) writeTaken();  // pages that ask for no replies
-
-        const bool mustWait = reads >= kMaxReadsInFlight || (written + takenCount >= kMaxPagesInFlight && reads >= 1) ||
-                              (reads >= 1 && pending == 0 && queueEmpty());
-        if (!mustWait) continue;
-
-        TransferResult r = transport_->FinishRead(readFinish);
-        transport_->noteResult(r);
-        readFinish = (readFinish + 1) % kSlots;
-        --reads;
-        // A failed read counts as delivered so that every sweep still
-        // completes and no thread waits for blocks that will never come.
-        distribute(r.failed ? nullptr : r.data, r.requested);
-        int m = int(r.requested / kReplyBytes);
-        while (written > 0) {
-            if (owed[pageRetire] > 0) {
-                if (m == 0) break;
-                const int pay = std::min(owed[pageRetire], m);
-                owed[pageRetire] -= pay;
-                m -= pay;
-                if (owed[pageRetire] > 0) break;
-            }
-            retireOne();
-        }
+void EngineSweepController::onStatus(int position, const uint8_t* block) {
+    SweepPosition& pos = positions_[position];
+    if (block) {
+        decodeStatus(*device_, block, true, false);
+        pos.timestamp = uint64_t(device_->gps.statusTime.load());
+        pos.overflowFlag = device_->adcOverflow != 0;
+        pos.uncalFlag = device_->dataLoss != 0;
     }
-    while (reads > 0) {
-        transport_->FinishRead(readFinish);
-        readFinish = (readFinish + 1) % kSlots;
-        --reads;
-    }
-    while (written > 0) retireOne();
+    pos.syncFlag = device_->statusBlockInvalid != 0;
+    pos.driftFlag = device_->tempDrift != 0;
+    partDone(pos);
 }
 
-void EngineSweepController::distribute(const uint8_t* data, uint32_t bytes) {
-    int m = int(bytes / kReplyBytes);
-    const uint8_t* p = data;
-    auto advance = [&](int k) {
-        m -= k;
-        if (p) p += size_t(k) * kReplyBytes;
-    };
-    while (m > 0) {
-        CaptureTicket* t = nullptr;
-        {
-            std::lock_guard lock(captureLock_);
-            if (captureCount_ > 0) t = &captureFifo_[captureHead_];
-        }
-        if (!t) break;  // replies nobody asked for
-        SweepPosition& pos = positions_[t->position];
-
-        if (t->captureBlocksLeft == 0) {
-            const int k = std::min(t->statusBlocksLeft, m);
-            if (!t->statusSeen) {
-                if (p) {
-                    decodeStatus(*device_, p, true, false);
-                    pos.timestamp = uint64_t(device_->gps.statusTime.load());
-                    pos.overflowFlag = device_->adcOverflow != 0;
-                    pos.uncalFlag = device_->dataLoss != 0;
-                }
-                pos.syncFlag = device_->statusBlockInvalid != 0;
-                pos.driftFlag = device_->tempDrift != 0;
-                t->statusSeen = true;
-                partDone(pos);
-            }
-            t->statusBlocksLeft -= k;
-            advance(k);
-            if (t->statusBlocksLeft == 0) {
-                std::lock_guard lock(captureLock_);
-                captureHead_ = (captureHead_ + 1) % kSweepPositions;
-                --captureCount_;
-            }
-            continue;
-        }
-
-        const int k = std::min(m, t->captureBlocksLeft);
-        const int32_t c = k * kCaptureBlockSamples;
+void EngineSweepController::onData(int position, const uint8_t* p, int k) {
+    SweepPosition& pos = positions_[position];
+    // At most one step at a time: the ring holds at least three, so the
+    // work threads can always free room for the next piece.
+    const int stepBlocks = stepSamples_ / kCaptureBlockSamples;
+    while (k > 0) {
+        const int blocks = std::min(k, stepBlocks);
+        const int32_t c = blocks * kCaptureBlockSamples;
         bool slept = false;
         while (ringCapacity_ - ringUsed_.load() < c) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -338,12 +204,12 @@ void EngineSweepController::distribute(const uint8_t* data, uint32_t bytes) {
             if (w == ringCapacity_) w = 0;
         }
         ringWrite_.store(w, std::memory_order_relaxed);
-        t->captureBlocksLeft -= k;
-        advance(k);
         ringUsed_ += c;
-        blocksReady_ += k;
+        blocksReady_ += blocks;
+        dataEvent_.set();
+        k -= blocks;
+        if (p) p += size_t(blocks) * TransferPump::kReplyBytes;
     }
-    dataEvent_.set();
 }
 
 // ---------------------------------------------------------------- work threads

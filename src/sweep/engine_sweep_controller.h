@@ -11,10 +11,12 @@
 #include <mutex>
 #include <vector>
 
+#include "device/mode_engine.h"
 #include "platform/threads.h"
 #include "sweep/spectrum_processor.h"
 #include "sweep/sweep_plan.h"
 #include "transport/command_list.h"
+#include "transport/transfer_pump.h"
 #include "zr_api.h"
 
 namespace zr {
@@ -23,14 +25,6 @@ struct ZrDevice;
 class DeviceInterface;
 
 constexpr int kSweepPositions = 16;
-
-// What the USB thread still expects from one started sweep.
-struct CaptureTicket {
-    int32_t position = 0;
-    int32_t captureBlocksLeft = 0;
-    int32_t statusBlocksLeft = 0;
-    bool statusSeen = false;
-};
 
 struct SweepPosition {
     std::atomic<uint32_t> active{0};
@@ -59,37 +53,36 @@ void buildControllerPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list);
 // preselector, RBW equal to VBW, and a window that fits its FFT at 250 MS/s.
 bool fastSweepEligible(const ZrSweepSettings& s, bool preselector);
 
-class EngineSweepController {
+class EngineSweepController final : public SweepEngine, private TransferSink {
 public:
     // Allocates everything but the position traces and starts the threads.
     // Throws std::bad_alloc when memory runs out.
     EngineSweepController(ZrDevice& device, const ZrSweepSettings& settings, SweepPlan plan,
                           const CommandList& list);
-    ~EngineSweepController();
-    EngineSweepController(const EngineSweepController&) = delete;
-    EngineSweepController& operator=(const EngineSweepController&) = delete;
+    ~EngineSweepController() override;
 
-    ZrStatus startSweep(int position);
-    ZrStatus finishSweep(int position, float* sweepMin, float* sweepMax, int64_t* timestamp);
-    ZrStatus getSweep(float* sweepMin, float* sweepMax, int64_t* timestamp);
+    ZrStatus startSweep(int position) override;
+    ZrStatus finishSweep(int position, float* sweepMin, float* sweepMax, int64_t* timestamp) override;
+    ZrStatus getSweep(float* sweepMin, float* sweepMax, int64_t* timestamp) override;
 
     // First step of a stop: every started sweep completes; positions are
     // freed unless the transport has failed.
-    void drain();
-    bool queueBusy() const;
+    void drain() override;
+    bool busy() const override;
 
     const SweepPlan& plan() const { return plan_; }
     int64_t ringCapacity() const { return ringCapacity_; }
 
-private:
-    struct Page {
-        const uint8_t* data;
-        int32_t blocks;
-    };
+    // For tests: a ring of this many samples (at least three steps) in
+    // place of the sized one, so that a slow reader can be provoked.
+    static void setRingCapacityForTest(int64_t samples);
 
-    void usbThread();
+private:
+    // The pump's side, on the USB thread.
+    void onData(int position, const uint8_t* blocks, int count) override;
+    void onStatus(int position, const uint8_t* block) override;
+
     void workThread(int t);
-    void distribute(const uint8_t* data, uint32_t bytes);
     void compact(SweepPosition& pos);
     void releaseStep(int32_t offset);
     static void partDone(SweepPosition& pos);
@@ -112,15 +105,7 @@ private:
     size_t releaseSlot_ = 0;
     Event dataEvent_;
 
-    // Command pages waiting for the USB thread: a ring sized for every page
-    // of 16 queued sweeps, so a start never allocates.
-    std::mutex pageLock_;
-    std::vector<Page> pageQueue_;
-    size_t pageHead_ = 0, pageCount_ = 0;
-
     const CommandList commandList_;
-    int32_t listDataBlocks_ = 0, listStatusBlocks_ = 0;
-    Event wakeEvent_;
 
     // Positions in start order. Filled by the starter, drained by the work
     // thread that holds stepLock; single producer, single consumer, so the
@@ -128,16 +113,12 @@ private:
     std::array<int32_t, kSweepPositions> stepFifo_{};
     std::atomic<uint32_t> stepFifoHead_{0}, stepFifoTail_{0};
 
-    std::mutex captureLock_;
-    std::array<CaptureTicket, kSweepPositions> captureFifo_{};
-    size_t captureHead_ = 0, captureCount_ = 0;
-
     std::array<SweepPosition, kSweepPositions> positions_;
     std::array<std::unique_ptr<SpectrumProcessor>, 2> processors_;
     std::array<std::vector<float>, 2> passTraces_;  // per thread: min1, max1, min2, max2
 
     NamedThread workThreads_[2];
-    NamedThread usbThread_;
+    std::unique_ptr<TransferPump> pump_;  // last: its thread stops first
 };
 
 }  // namespace zr

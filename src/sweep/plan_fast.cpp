@@ -6,7 +6,7 @@
 #include <cmath>
 #include <new>
 
-#include "api/device.h"
+#include "device/device.h"
 #include "dsp/window.h"
 #include "rf/rf_glue.h"
 #include "sweep/engine_fast.h"
@@ -23,9 +23,6 @@ using planning::truncI;
 constexpr int kMaxFft = 16384;
 constexpr int kMinFft = 512;
 constexpr double kWideFromHz = 609375000.0;  // above it a step covers four slices
-constexpr uint32_t kFftStep = 0x15000000;
-constexpr uint32_t kFftFetch = 0x25000000;
-constexpr uint32_t kFftSweepArm = 0x00040005;
 constexpr uint32_t kFirstStepPause = 12000;
 
 double fastLoHz(int slice) {
@@ -46,7 +43,7 @@ int32_t sliceDdcWord(int n) {
 
 void appendFetch(CommandList& list, int blocksPerStep) {
     for (int ii = 0; ii < blocksPerStep; ++ii)
-        if (!(blocksPerStep == 4 && ii == 2)) list.AppendCountedDataReply(kFftFetch | uint32_t(ii) << 16);
+        if (!(blocksPerStep == 4 && ii == 2)) list.AppendCountedDataReply(cmd::kFftFetch | uint32_t(ii) << 16);
 }
 
 }  // namespace
@@ -111,11 +108,11 @@ void buildFastPlan(ZrDevice& dev, SweepPlan& plan, CommandList& configList, Comm
     s.binSize = binSize;
     s.windowBandwidth = windowBandwidth;
 
-    configList.AppendRegister(0x0034, 0);
-    configList.AppendRegister(0x0030, uint32_t(n));
-    configList.AppendRegister(0x0034, kFftSweepArm);
+    configList.AppendRegister(reg::kFftControl, 0);
+    configList.AppendRegister(reg::kFftSize, uint32_t(n));
+    configList.AppendRegister(reg::kFftControl, reg::kFftSweepArm);
     AppendWindowTable(configList, fixedWindow.data(), fixedWindow.size());
-    configList.AppendWord(kFftStep);
+    configList.AppendWord(cmd::kFftStep);
     appendFetch(configList, 3);
     configList.AppendStatusWord();
 
@@ -140,7 +137,7 @@ void buildFastPlan(ZrDevice& dev, SweepPlan& plan, CommandList& configList, Comm
         while (cursor < gpio.size() && gpio[cursor].frequency < stepHz) ++cursor;
         if (cursor != before) {
             gpioRegister = (gpioRegister & ~0xFFu) | gpio[cursor - 1].value;
-            sweepList.AppendRegister(0x01A0, gpioRegister);
+            sweepList.AppendRegister(reg::kGpio, gpioRegister);
         }
 
         SweepStep& st = plan.steps.emplace_back();
@@ -167,7 +164,7 @@ void buildFastPlan(ZrDevice& dev, SweepPlan& plan, CommandList& configList, Comm
         rf::tune(dev.rf, ridge, cal, sweepList, req);
         AppendIFFilter(sweepList, req.band, req.subBand, st.ifFilter.data(), ridge);
 
-        sweepList.AppendWord(kFftStep);
+        sweepList.AppendWord(cmd::kFftStep);
         // A step's spectrum is fetched while the next step settles.
         if (j == 0) sweepList.AppendWord(kFirstStepPause);
         else appendFetch(sweepList, plan.blocksPerStep);
@@ -179,18 +176,11 @@ void buildFastPlan(ZrDevice& dev, SweepPlan& plan, CommandList& configList, Comm
 }
 
 ZrStatus planSweepFast(ZrDevice& dev) {
-    try {
-        SweepPlan plan;
-        CommandList configList, sweepList;
-        buildFastPlan(dev, plan, configList, sweepList);
-        if (dev.ridge()) {
-            CommandList wake;
-            if (rf::appendRidgeWakeIfPending(wake, dev.rf.ridge) && dev.transport) SendCommandList(*dev.transport, wake);
-        }
-        dev.fastSweepEngine = new EngineSweepFast(dev, dev.sweep, std::move(plan), configList, sweepList);
-    } catch (const std::bad_alloc&) {
-        return zrAllocationErr;
-    }
+    SweepPlan plan;
+    CommandList configList, sweepList;
+    buildFastPlan(dev, plan, configList, sweepList);
+    sendPendingRidgeWake(dev);
+    dev.engine = std::make_unique<EngineSweepFast>(dev, dev.sweep, std::move(plan), configList, sweepList);
     return zrNoError;
 }
 

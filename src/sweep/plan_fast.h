@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstdint>
 
-#include "api/device.h"
+#include "device/device.h"
 
 namespace zr::planning {
 

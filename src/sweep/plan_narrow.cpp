@@ -5,7 +5,7 @@
 #include <cmath>
 #include <new>
 
-#include "api/device.h"
+#include "device/device.h"
 #include "dsp/window.h"
 #include "rf/rf_glue.h"
 #include "sweep/engine_narrow.h"
@@ -25,7 +25,6 @@ constexpr int kMaxHardwareDecimation = 8;
 constexpr int kMaxFft = 0x2000000;
 constexpr double kDdcStepHz = 244140.625;
 constexpr double kPreselectTopHz = 6.45e8;
-constexpr uint32_t kCaptureStart = 0x13000000;
 constexpr uint32_t kSecondPassDdcOffset = 160;
 
 // The down-converter word of slice n for a centre, and the centre it tunes.
@@ -144,11 +143,11 @@ ZrStatus buildNarrowPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list, Narr
     auto tuneAndCapture = [&](uint32_t word) {
         rf::tune(dev.rf, ridge, cal, list, req);
         AppendIFFilter(list, req.band, req.subBand, st.ifFilter.data(), ridge);
-        list.AppendWord(kCaptureStart | uint32_t(dec.hardware) << 16 | (word & 0xFFFFu));
+        list.AppendWord(cmd::kCaptureStart | uint32_t(dec.hardware) << 16 | (word & 0xFFFFu));
         for (int b = 0; b < plan.blocksPerStep; ++b) list.AppendDataWord();
     };
     list.AppendListHead();
-    list.AppendRegister(0x0034, 0);
+    list.AppendRegister(reg::kFftControl, 0);
     tuneAndCapture(uint32_t(st.ddcWord));
     int dataWords = plan.blocksPerStep;
     if (plan.passes == 2) {
@@ -174,22 +173,13 @@ ZrStatus buildNarrowPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list, Narr
 }
 
 ZrStatus planSweepNarrow(ZrDevice& dev) {
-    try {
-        SweepPlan plan;
-        CommandList list;
-        NarrowDecimation dec;
-        const ZrStatus status = buildNarrowPlan(dev, plan, list, dec);
-        if (dev.ridge()) {
-            CommandList wake;
-            if (rf::appendRidgeWakeIfPending(wake, dev.rf.ridge) && dev.transport) SendCommandList(*dev.transport, wake);
-        }
-        dev.narrowSweepEngine = new EngineSweepNarrow(dev, dev.sweep, std::move(plan), list, dec);
-        return status;
-    } catch (const std::bad_alloc&) {
-        return zrAllocationErr;
-    } catch (const std::length_error&) {
-        return zrAllocationErr;
-    }
+    SweepPlan plan;
+    CommandList list;
+    NarrowDecimation dec;
+    const ZrStatus status = buildNarrowPlan(dev, plan, list, dec);
+    sendPendingRidgeWake(dev);
+    dev.engine = std::make_unique<EngineSweepNarrow>(dev, dev.sweep, std::move(plan), list, dec);
+    return status;
 }
 
 }  // namespace zr

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <new>
 
-#include "api/device.h"
+#include "device/device.h"
 #include "dsp/window.h"
 #include "rf/rf_glue.h"
 #include "sweep/engine_sweep_controller.h"
@@ -16,7 +16,6 @@ namespace {
 
 constexpr double kBlockSeconds = 4.096e-5;   // one 2048-sample block at 50 MS/s
 constexpr double kSliceSeconds = 2.5e-5;     // what a slice costs besides its blocks
-constexpr uint32_t kCaptureStart = 0x13000000;
 constexpr uint32_t kMesaLoSettlePause = 64000;
 constexpr uint32_t kSecondPassDdcOffset = 160;
 
@@ -97,7 +96,7 @@ struct PlanBuilder {
     }
 
     void appendCapture(int32_t ddcWord) {
-        list.AppendWord(kCaptureStart | (decimationByte << 16) | (uint32_t(ddcWord) & 0xFFFFu));
+        list.AppendWord(cmd::kCaptureStart | (decimationByte << 16) | (uint32_t(ddcWord) & 0xFFFFu));
         for (int b = 0; b < plan.blocksPerStep; ++b) list.AppendDataWord();
         list.AppendWord(cmd::kStreamStop);
     }
@@ -154,7 +153,7 @@ struct PlanBuilder {
             while (cursor < gpio.size() && gpio[cursor].frequency < stepHz) ++cursor;
             if (cursor != before) {
                 gpioRegister = (gpioRegister & ~0xFFu) | gpio[cursor - 1].value;
-                list.AppendRegister(0x01A0, gpioRegister);
+                list.AppendRegister(reg::kGpio, gpioRegister);
             }
 
             SweepStep& st = plan.steps.emplace_back();
@@ -266,7 +265,7 @@ void buildControllerPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list) {
     b.binSize = binSize;
 
     list.AppendListHead();
-    list.AppendRegister(0x0034, 0);
+    list.AppendRegister(reg::kFftControl, 0);
     int n = first;
     if (dev.preselectorEnabled) b.preselectorStretch(n);
     b.unpreselectedStretch(n);
@@ -280,21 +279,11 @@ void buildControllerPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list) {
 }
 
 ZrStatus planSweepController(ZrDevice& dev) {
-    try {
-        SweepPlan plan;
-        CommandList list;
-        buildControllerPlan(dev, plan, list);
-        // A Ridge whose millimetre-wave path this list switches on needs its
-        // LO woken before the first sweep; that is the only word planning sends.
-        if (dev.ridge()) {
-            CommandList wake;
-            if (rf::appendRidgeWakeIfPending(wake, dev.rf.ridge) && dev.transport)
-                SendCommandList(*dev.transport, wake);
-        }
-        dev.sweepEngine = new EngineSweepController(dev, dev.sweep, std::move(plan), list);
-    } catch (const std::bad_alloc&) {
-        return zrAllocationErr;
-    }
+    SweepPlan plan;
+    CommandList list;
+    buildControllerPlan(dev, plan, list);
+    sendPendingRidgeWake(dev);
+    dev.engine = std::make_unique<EngineSweepController>(dev, dev.sweep, std::move(plan), list);
     return zrNoError;
 }
 

@@ -1,11 +1,11 @@
-// The sweeping mode's side of zrConfigure and of the stop sequence: which
-// engine a sweep gets, and draining, deleting and asking each of the three.
+// The sweeping mode's side of zrConfigure: which engine a sweep gets.
 #include "sweep/sweep_mode.h"
 
 #include <algorithm>
 
-#include "api/device.h"
+#include "device/device.h"
 #include "dsp/window.h"
+#include "rf/rf_glue.h"
 #include "sweep/engine_sweep_controller.h"
 
 namespace zr {
@@ -38,23 +38,10 @@ ZrStatus configureSweeping(ZrDevice& dev) {
     }
 }
 
-void drainSweeps(ZrDevice& dev) {
-    if (dev.sweepEngine) dev.sweepEngine->drain();
-    if (dev.fastSweepEngine) drainSweeps(*dev.fastSweepEngine);
-}
-
-void deleteSweepEngines(ZrDevice& dev) {
-    delete dev.sweepEngine;
-    dev.sweepEngine = nullptr;
-    if (dev.narrowSweepEngine) destroyEngine(dev.narrowSweepEngine);
-    dev.narrowSweepEngine = nullptr;
-    if (dev.fastSweepEngine) destroyEngine(dev.fastSweepEngine);
-    dev.fastSweepEngine = nullptr;
-}
-
-bool sweepQueueBusy(const ZrDevice& dev) {
-    if (dev.sweepEngine && dev.sweepEngine->queueBusy()) return true;
-    return dev.fastSweepEngine && sweepQueueBusy(*dev.fastSweepEngine);
+void sendPendingRidgeWake(ZrDevice& dev) {
+    if (!dev.ridge()) return;
+    CommandList wake;
+    if (rf::appendRidgeWakeIfPending(wake, dev.rf.ridge) && dev.transport) SendCommandList(*dev.transport, wake);
 }
 
 }  // namespace zr

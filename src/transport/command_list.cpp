@@ -158,7 +158,7 @@ void AppendIFFilter(CommandList& list, int band, int subBand, const float* taps1
     auto top = [](int32_t v) { return (static_cast<uint32_t>(v) >> 16) & 3u; };
     const uint32_t wideBits = top(a[32]) << 10 | top(a[31]) << 8 | top(a[30]) << 6 | top(b[32]) << 4 |
                               top(b[31]) << 2 | top(b[30]);
-    const uint32_t head[5] = {cmd::registerWord(4, 0x003C), control, wideBits, 0, 0};
+    const uint32_t head[5] = {cmd::registerWord(4, reg::kIFFilter), control, wideBits, 0, 0};
     list.AppendWords(head, 5);
 
     uint16_t lanes[128] = {};
@@ -194,7 +194,7 @@ void AppendGPIOSwitchingClear(CommandList& list) {
 void AppendWindowTable(CommandList& list, const uint32_t* values, size_t count) {
     uint32_t run[65];
     for (size_t r = 0; (r + 1) * 64 <= count; ++r) {
-        run[0] = cmd::registerWord(64, 0x2000 + 64 * r);
+        run[0] = cmd::registerWord(64, reg::kFftWindowTable + 64 * r);
         std::memcpy(run + 1, values + 64 * r, 64 * 4);
         list.AppendWords(run, 65);
     }
@@ -257,10 +257,10 @@ void AppendCapture(CommandList& list, uint32_t startPage, uint32_t pageCount, Zr
                               : memoryTest == MemoryTest::CountingDown ? 0xC0000000u
                                                                        : 0u;
     const uint32_t length = (pageCount - 1) | testBits;
-    if (memoryTest != MemoryTest::None) list.AppendRegister(0x0026, length | 0x20000000u);
-    list.AppendRegister(0x0026, length);
-    list.AppendRegister(0x0027, code << 30 | (count & 0x3FFFFu));
-    list.AppendRegister(0x0028, preTriggerPages);
+    if (memoryTest != MemoryTest::None) list.AppendRegister(reg::kCaptureLength, length | 0x20000000u);
+    list.AppendRegister(reg::kCaptureLength, length);
+    list.AppendRegister(reg::kCaptureControl, code << 30 | (count & 0x3FFFFu));
+    list.AppendRegister(reg::kCapturePreTrigger, preTriggerPages);
     list.AppendWord(0x17000000u | (startPage & 0xFFFFFFu));
 }
 
@@ -301,20 +301,20 @@ void AppendMesaWake(CommandList& list) {
     list.AppendWords(ports, 6);
     const uint32_t dacs[4] = {cmd::registerWord(2, 0x0110), 202, 202, cmd::kPad};
     list.AppendWords(dacs, 4);
-    list.AppendRegister(0x0034, 0x01000000);
+    list.AppendRegister(reg::kFftControl, 0x01000000);
     list.AppendWord(cmd::kPad);
     list.AppendWord(144);
     for (int i = 0; i < 88; ++i) list.AppendWord(0x8000);
 }
 
 void AppendMesaStandby(CommandList& list) {
-    list.AppendRegister(0x0034, 0);
+    list.AppendRegister(reg::kFftControl, 0);
     const uint32_t ports[6] = {cmd::registerWord(4, 0x0150), 0x000FC019, 0x54000A20, 0x30181700, 0x002A0055,
                                cmd::kPad};
     list.AppendWords(ports, 6);
     const uint32_t dacs[4] = {cmd::registerWord(2, 0x0110), 164, 164, cmd::kPad};
     list.AppendWords(dacs, 4);
-    list.AppendRegister(0x0034, 0x01000008);
+    list.AppendRegister(reg::kFftControl, 0x01000008);
     list.AppendWord(cmd::kPad);
     list.AppendWord(144);
 }

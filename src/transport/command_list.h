@@ -6,32 +6,13 @@
 #include <cstdint>
 #include <vector>
 
+#include "transport/registers.h"
 #include "zr_api.h"
 
 namespace zr {
 
 class DeviceInterface;
 
-namespace cmd {
-constexpr uint32_t kPad = 0x00000001;            // shortest pause
-constexpr uint32_t kListHead = 0xFF530000;        // followed by six zero words
-constexpr uint32_t kDataWord = 0x23000000;
-constexpr uint32_t kStatusWord = 0x24000000;
-constexpr uint32_t kFillerWord = 0x2F000000;
-constexpr uint32_t kStreamStop = 0x13000100;
-constexpr uint32_t kFlashWrite = 0xFFFE0000;      // | page, then 1024 bytes
-constexpr uint32_t kFlashRead = 0xFFFD0000;       // | page
-constexpr uint32_t kFlashErase = 0xFFFC0000;      // | page
-constexpr uint32_t kFpgaLoad = 0xFFFB4000;
-constexpr uint32_t kUnloadFx3 = 0xFFFA0000;
-constexpr uint32_t kEraseStatus = 0xFFF90000;
-constexpr uint32_t kBootVersion = 0xFFFF0000;
-constexpr uint32_t kNetworkFlush = 0x51000000;
-
-constexpr uint32_t registerWord(uint32_t count, uint32_t address) {
-    return 0x04000000u | ((count & 0xFFu) << 16) | (address & 0xFFFFu);
-}
-}  // namespace cmd
 
 class CommandList {
 public:

@@ -126,10 +126,8 @@ TEST(DeviceDefaults, NewDeviceHoldsEveryDefault) {
         EXPECT_EQ(dev.iqSweepList.dataType, zrDataType32fc);
         EXPECT_EQ(dev.iqSweepList.uncorrected, 0);
 
-        EXPECT_EQ(dev.sweepEngine, nullptr);
-        EXPECT_EQ(dev.iqEngine, nullptr);
-        EXPECT_EQ(dev.segmentedEngine, nullptr);
-        EXPECT_EQ(dev.customEngine, nullptr);
+        EXPECT_EQ(dev.engine, nullptr);
+        EXPECT_EQ(dev.iqSource, nullptr);
     }
 }
 

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "api/services.h"
+#include "device/services.h"
 #include "support/fake_transport.h"
 #include "transport/status_block.h"
 

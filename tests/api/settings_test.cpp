@@ -6,7 +6,7 @@
 #include <functional>
 #include <string>
 
-#include "api/settings.h"
+#include "device/settings.h"
 #include "support/fake_transport.h"
 
 using namespace zr;

@@ -6,8 +6,8 @@
 #include <string>
 #include <thread>
 
-#include "api/device.h"
-#include "gps/gps_services.h"
+#include "device/device.h"
+#include "device/gps_services.h"
 #include "gps_test_support.h"
 #include "support/fake_transport.h"
 

@@ -5,9 +5,9 @@
 #include <memory>
 #include <string>
 
-#include "api/frame.h"
-#include "api/services.h"
-#include "gps/gps_status.h"
+#include "device/frame.h"
+#include "device/services.h"
+#include "device/gps_status.h"
 #include "gps/timebase_file.h"
 #include "gps_test_support.h"
 #include "platform/data_folder.h"

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "api/device.h"
-#include "gps/timebase_discipline.h"
+#include "device/device.h"
+#include "device/timebase_discipline.h"
 #include "gps/timebase_file.h"
 #include "gps_test_support.h"
 #include "support/fake_transport.h"

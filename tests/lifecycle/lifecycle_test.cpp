@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string>
 
-#include "api/frame.h"
+#include "device/frame.h"
 #include "registry.h"
 #include "support/process_stats.h"
 #include "support/temp_folder.h"

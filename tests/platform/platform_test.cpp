@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "zr_api.h"
-#include "api/error_log.h"
+#include "platform/error_log.h"
 #include "platform/data_folder.h"
 #include "platform/threads.h"
 #include "support/temp_folder.h"

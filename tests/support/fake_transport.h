@@ -4,7 +4,7 @@
 // talks to hardware shows up as a lost connection.
 #include <memory>
 
-#include "api/frame.h"
+#include "device/frame.h"
 
 namespace zr::test {
 

@@ -7,7 +7,7 @@
 #include <random>
 #include <vector>
 
-#include "api/device.h"
+#include "device/device.h"
 #include "sweep/spectrum_processor.h"
 
 namespace zr {

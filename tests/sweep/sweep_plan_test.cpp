@@ -7,6 +7,8 @@
 
 #include "support/fake_transport.h"
 #include "sweep/engine_sweep_controller.h"
+#include "device/modes.h"
+#include "sweep/engine_narrow.h"
 #include "sweep/sweep_mode.h"
 
 namespace zr {
@@ -258,18 +260,18 @@ TEST(SweepEngineChoice, ConfigureClampsRbwAndBuildsTheNormalEngine) {
     dev.sweep.rbw = 2e7;
     EXPECT_EQ(configureSweeping(dev), zrNoError);
     EXPECT_EQ(dev.sweep.rbw, 12.5e6);
-    ASSERT_NE(dev.sweepEngine, nullptr);
-    EXPECT_FALSE(sweepQueueBusy(dev));
-    deleteSweepEngines(dev);
-    EXPECT_EQ(dev.sweepEngine, nullptr);
+    ASSERT_NE(dynamic_cast<EngineSweepController*>(dev.engine.get()), nullptr);
+    EXPECT_FALSE(dev.engine->busy());
+    stopEngines(dev);
+    EXPECT_EQ(dev.engine, nullptr);
 
     // A narrow span goes to the narrow engine whatever the speed, unclamped.
     dev.sweep.span = 5e6;
     dev.sweep.rbw = 5.0;
     configureSweeping(dev);
-    EXPECT_EQ(dev.sweepEngine, nullptr);
+    EXPECT_NE(dynamic_cast<EngineSweepNarrow*>(dev.engine.get()), nullptr);
     EXPECT_EQ(dev.sweep.rbw, 5.0);
-    deleteSweepEngines(dev);
+    stopEngines(dev);
 }
 
 }  // namespace

@@ -8,8 +8,8 @@
 #include <numeric>
 #include <vector>
 
-#include "api/device.h"
-#include "api/frame.h"
+#include "device/device.h"
+#include "device/frame.h"
 #include "fft_sweep.h"
 #include "sweep/engine_fast.h"
 #include "zr_api.h"
@@ -38,7 +38,7 @@ protected:
         trace.assign(size_t(length), 0.0f);
         other.assign(size_t(length), 0.0f);
     }
-    EngineSweepFast* engine() { return lookupDevice(handle)->fastSweepEngine; }
+    EngineSweepFast* engine() { return dynamic_cast<EngineSweepFast*>(lookupDevice(handle)->engine.get()); }
     const SweepPlan& plan() { return engine()->plan(); }
     // The plan's lists, built again from the configured device.
     void lists(CommandList& config, CommandList& sweep) {

@@ -7,8 +7,8 @@
 #include <cmath>
 #include <vector>
 
-#include "api/device.h"
-#include "api/frame.h"
+#include "device/device.h"
+#include "device/frame.h"
 #include "sweep_fast/sim_sweep.h"
 #include "zr_api.h"
 #include "zr_sim.h"

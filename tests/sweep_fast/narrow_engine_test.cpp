@@ -7,7 +7,7 @@
 #include <cmath>
 #include <vector>
 
-#include "api/frame.h"
+#include "device/frame.h"
 #include "sweep/engine_narrow.h"
 #include "zr_api.h"
 #include "zr_sim.h"
@@ -31,7 +31,7 @@ protected:
         ASSERT_NE(engine(), nullptr);
         trace.assign(size_t(length), 0.0f);
     }
-    EngineSweepNarrow* engine() { return lookupDevice(handle)->narrowSweepEngine; }
+    EngineSweepNarrow* engine() { return dynamic_cast<EngineSweepNarrow*>(lookupDevice(handle)->engine.get()); }
 
     double startFreq = 0.0, binSize = 0.0;
     int length = 0;

@@ -9,8 +9,8 @@
 #include <fstream>
 #include <thread>
 
-#include "api/frame.h"
-#include "api/services.h"
+#include "device/frame.h"
+#include "device/services.h"
 #include "gps/host_clock.h"
 #include "calibration/load_usb.h"
 #include "platform/data_folder.h"

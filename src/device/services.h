@@ -3,7 +3,7 @@
 // decoder through which everything it says about itself reaches ZrDevice.
 #include <cstdint>
 
-#include "api/device.h"
+#include "device/device.h"
 
 namespace zr {
 
@@ -38,11 +38,5 @@ float sensorCodeToCelsius(uint16_t code);
 // Inverse of the FPGA temperature formula, for the fan threshold register.
 uint32_t fanThresholdCode(int celsius);
 
-// Register addresses of the service words.
-namespace reg {
-constexpr uint32_t kFanThreshold = 0x002A;
-constexpr uint32_t kTimebase = 0x002E;
-constexpr uint32_t kGpio = 0x01A0;
-}  // namespace reg
 
 }  // namespace zr

@@ -10,6 +10,7 @@
 
 #include "zr_api.h"
 #include "calibration/correction_set.h"
+#include "device/mode_engine.h"
 #include "gps/gps_receiver.h"
 #include "gps/timebase_file.h"
 #include "rf/rf_glue.h"
@@ -135,19 +136,6 @@ struct GpioSwitching {
     uint32_t count = 0;
 };
 
-// Engines: each mode's engine owns its threads and buffers; a pointer is
-// non-null only while its mode runs (audio keeps an I/Q engine beside it).
-class EngineSweepController;
-class EngineSweepNarrow;
-class EngineSweepFast;
-class RealTimeInterface;
-class IQInterface;
-class EngineFullBandStepped;
-class EngineAudio;
-class EngineSegmentedIQ;
-class EngineCustom;
-class EngineIQSweepList;
-
 // ---------------------------------------------------------------------------
 
 struct ZrDevice {
@@ -225,17 +213,10 @@ struct ZrDevice {
     uint32_t fanThreshold = 50;   // degrees C
     uint8_t networkFragmentation = 0;
 
-    // Engines of the current mode; owned.
-    EngineSweepController* sweepEngine = nullptr;
-    EngineSweepNarrow* narrowSweepEngine = nullptr;
-    EngineSweepFast* fastSweepEngine = nullptr;
-    RealTimeInterface* realTimeEngine = nullptr;
-    IQInterface* iqEngine = nullptr;
-    EngineFullBandStepped* fullBandEngine = nullptr;
-    EngineAudio* audioEngine = nullptr;
-    EngineSegmentedIQ* segmentedEngine = nullptr;
-    EngineCustom* customEngine = nullptr;
-    EngineIQSweepList* iqSweepListEngine = nullptr;
+    // The engine of the current mode, and the I/Q engine that audio reads
+    // from beside it. Null while idle.
+    std::unique_ptr<ModeEngine> engine;
+    std::unique_ptr<ModeEngine> iqSource;
 
     // Built once at start-up, sent on every change of power state.
     CommandList wakeList;
@@ -255,6 +236,7 @@ struct ZrDevice {
     bool networked() const { return isNetworked(deviceType); }
     bool ridge() const { return isRidge(deviceType); }
     bool captureMemory() const { return hasCaptureMemory(deviceType); }
+    SweepEngine* sweepEngine() const { return engine ? engine->sweep() : nullptr; }
 
     // Firmware gates.
     bool allowsIQBaseRate() const;

@@ -1,4 +1,4 @@
-#include "api/device.h"
+#include "device/device.h"
 
 #include "platform/data_folder.h"
 

@@ -1,17 +1,12 @@
 #pragma once
-// The lifecycle operations that other rooms call: leaving a mode, the power
-// lists, the device's own open and close.
-#include "api/device.h"
+// The device's own open and close, and what only they set up.
+#include "device/device.h"
 
 namespace zr {
 
 // Process-wide: the wide vector kernels of the host-FFT real-time engine are
 // worth using on this processor. Recomputed by every open.
 extern bool wideVectorPath;
-
-// Drains queued sweeps, then deletes every engine in a fixed order (the
-// audio engine reads from the I/Q engine, so that one goes later).
-void stopEngines(ZrDevice& dev);
 
 // wakeList and standbyList for the device's family, from its RF state.
 void buildPowerLists(ZrDevice& dev);

@@ -1,10 +1,10 @@
-#include "gps/gps_status.h"
+#include "device/gps_status.h"
 
 #include <cstring>
 
-#include "api/device.h"
-#include "api/services.h"
-#include "gps/timebase_discipline.h"
+#include "device/device.h"
+#include "device/services.h"
+#include "device/timebase_discipline.h"
 #include "gps/timebase_file.h"
 #include "platform/data_folder.h"
 #include "transport/command_list.h"
@@ -30,7 +30,7 @@ bool sendTimebaseWordAsIs(ZrDevice& dev) {
 void AppendGPSMessage(CommandList& list, const uint8_t* data, int length) {
     const int words = (length + 3) / 4;
     uint32_t packed[255 + 1] = {};
-    packed[0] = cmd::registerWord(static_cast<uint32_t>(words), 0x01C0);
+    packed[0] = cmd::registerWord(static_cast<uint32_t>(words), reg::kGpsMessage);
     std::memcpy(&packed[1], data, static_cast<size_t>(length));
     list.AppendWords(packed, static_cast<size_t>(words) + 1);
 }

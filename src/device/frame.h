@@ -1,10 +1,16 @@
 #pragma once
-// The door every exported function passes: the handle table and the checks
-// that run, in a fixed order, before any work.
+// The door every exported function passes: the handle table, the checks
+// that run in a fixed order before any work, and (through guard.h) the one
+// place where exceptions stop.
+//
+// The frame takes no lock. Open, close and zrConfigure (and anything
+// concurrent with them on that device) are serialised by the caller; the
+// data functions of one device belong to one calling thread.
 
 #include <cmath>
 
-#include "api/device.h"
+#include "device/device.h"
+#include "platform/guard.h"
 
 namespace zr {
 
@@ -20,12 +26,16 @@ inline ZrDevice* lookupDevice(int handle) {
     return deviceTable[handle];
 }
 
-// Steps 1 and 2 of the frame, then the work on the device.
+// Steps 1 and 2 of the frame, then the work on the device, guarded.
 template <class F>
-ZrStatus withDevice(int handle, F&& work) {
+ZrStatus withDevice(int handle, F&& work, std::source_location where = std::source_location::current()) noexcept {
     ZrDevice* dev = lookupDevice(handle);
     if (!dev) return zrInvalidDeviceErr;
-    return work(*dev);
+    try {
+        return work(*dev);
+    } catch (...) {
+        return statusForException(std::current_exception(), where.function_name());
+    }
 }
 
 // Lowest free index or -1; used by the open calls.

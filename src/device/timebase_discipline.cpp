@@ -1,8 +1,8 @@
-#include "gps/timebase_discipline.h"
+#include "device/timebase_discipline.h"
 
 #include <cstdlib>
 
-#include "api/device.h"
+#include "device/device.h"
 
 namespace zr {
 

@@ -1,4 +1,4 @@
-#include "api/frame.h"
+#include "device/frame.h"
 
 namespace zr {
 

@@ -1,10 +1,9 @@
-#include "api/services.h"
-#include "sweep/sweep_mode.h"
+#include "device/services.h"
 
 #include <cmath>
 #include <cstring>
 
-#include "gps/gps_status.h"
+#include "device/gps_status.h"
 #include "platform/clock.h"
 #include "transport/status_block.h"
 
@@ -108,7 +107,7 @@ void decodeStatus(ZrDevice& dev, const uint8_t* b, bool gpsFlag, bool skipGPS) {
     decodeStatusGps(dev, b, gpsFlag, skipGPS, dev.corrections.GetTimebaseOffset());
 }
 
-bool sweepInProgress(const ZrDevice& dev) { return sweepQueueBusy(dev); }
+bool sweepInProgress(const ZrDevice& dev) { return dev.engine && dev.engine->busy(); }
 
 bool idleGate(const ZrDevice& dev) { return dev.currentMode == zrModeIdle; }
 

@@ -1,4 +1,4 @@
-#include "api/error_log.h"
+#include "platform/error_log.h"
 
 #include <cstdarg>
 #include <cstdio>

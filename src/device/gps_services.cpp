@@ -1,10 +1,10 @@
-#include "gps/gps_services.h"
+#include "device/gps_services.h"
 
 #include <algorithm>
 #include <cstring>
 #include <mutex>
 
-#include "api/device.h"
+#include "device/device.h"
 #include "gps/timebase_file.h"
 
 namespace zr {
