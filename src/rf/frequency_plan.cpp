@@ -420,7 +420,10 @@ void tuneRidge(Words& out, RidgeRfState& state, const RfCalibration& cal, TuneRe
     state.band = p.band;
     state.subBand = p.band == 0 ? (req.loFreq >= 6.25e7 ? 1 : 0) : p.subBand;
     req.band = p.band;
-    req.subBand = p.subBand;
+    // In band 0 the IF filter control takes the planner's sub-band: the
+    // slice above the direct range (98-137 MHz) is mixed down, and only that
+    // sub-band sets the 125 MHz offset its samples need.
+    req.subBand = p.band == 0 ? state.subBand : p.subBand;
 }
 
 int tuneIFOutput(Words& out, RidgeRfState& state, const RfCalibration& cal, double freq, int attenIndex) {

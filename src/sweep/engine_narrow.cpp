@@ -97,6 +97,7 @@ ZrStatus EngineSweepNarrow::finishSweep(int, float* sweepMin, float* sweepMax, i
     processor_->processPass(samples_.data(), min_.data(), max_.data());
     if (passes_ == 2) {
         processor_->processPass(samples_.data() + passSamples_, min2_.data(), max2_.data());
+        alignSecondPass(step_, settings_.scale, min2_.data(), max2_.data(), int(min2_.size()));
         processor_->mergePasses(max_.data(), min_.data(), max2_.data(), min2_.data(), first, L);
     }
     float* lo = min_.data() + first;

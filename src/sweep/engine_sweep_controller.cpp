@@ -241,11 +241,14 @@ void EngineSweepController::workThread(int t) {
         lock.unlock();
 
         proc.processPass(ring_ + offset, min1, max1);
-        if (plan_.passes == 2)
+        const SweepStep& st = plan_.steps[size_t(step)];
+        if (plan_.passes == 2) {
             proc.processPass(ring_ + offset + plan_.blocksPerStep * kCaptureBlockSamples, min2, max2);
+            alignSecondPass(st, settings_.scale, min2, max2, n);
+        }
         releaseStep(offset);
         if (plan_.passes == 2) proc.mergePasses(max1, min1, max2, min2, 0, n);
-        applyStepGain(plan_.steps[size_t(step)], settings_.scale, min1, max1, n);
+        applyStepGain(st, settings_.scale, min1, max1, n);
         dspCopy(min1, pos.minTrace.data() + size_t(step) * n, n);
         dspCopy(max1, pos.maxTrace.data() + size_t(step) * n, n);
         if (pos.stepsLeft.fetch_sub(1) == 1) {

@@ -2,6 +2,7 @@
 // gives the asked resolution at that rate, one tune whose down-converter
 // lands as close to the centre as its step allows, and one capture list.
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <new>
 
@@ -140,15 +141,15 @@ ZrStatus buildNarrowPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list, Narr
     }
 
     const rf::DeviceRfCalibration cal(dev.corrections);
-    auto tuneAndCapture = [&](uint32_t word) {
+    auto tuneAndCapture = [&](uint32_t word, const float* taps) {
         rf::tune(dev.rf, ridge, cal, list, req);
-        AppendIFFilter(list, req.band, req.subBand, st.ifFilter.data(), ridge);
+        AppendIFFilter(list, req.band, req.subBand, taps, ridge);
         list.AppendWord(cmd::kCaptureStart | uint32_t(dec.hardware) << 16 | (word & 0xFFFFu));
         for (int b = 0; b < plan.blocksPerStep; ++b) list.AppendDataWord();
     };
     list.AppendListHead();
     list.AppendRegister(reg::kFftControl, 0);
-    tuneAndCapture(uint32_t(st.ddcWord));
+    tuneAndCapture(uint32_t(st.ddcWord), st.ifFilter.data());
     int dataWords = plan.blocksPerStep;
     if (plan.passes == 2) {
         if (s.spurReject == 1 && dev.preselectorEnabled && s.center < kPreselectTopHz) {
@@ -157,13 +158,22 @@ ZrStatus buildNarrowPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list, Narr
             // The same RF through the next slice's LO: an image or spur of
             // the first pass does not move with it.
             uint32_t word = uint32_t(st.ddcWord);
+            std::array<float, kIFFilterValues> taps = st.ifFilter;
             if (n > 3) {
+                // The next slice's whole chain: its gain code and IF filter
+                // too, and its calibration for this pass.
+                const int next = std::min(calSlice + 1, (ridge ? kRidgeSlices : kMesaSlices) - 1);
                 req.loFreq += kSweepSliceHz;
                 req.rfFreq += kSweepSliceHz;
                 req.loIndex += 5;
+                req.gainCode = planning::gainCodeFor(dev, next);
                 word += kSecondPassDdcOffset;
+                double nextFilterGain = 0.0;
+                dev.corrections.BuildIFFilter(next, taps.data(), true, &nextFilterGain);
+                st.secondPassOwnGain = true;
+                st.secondPassGainDb = float(double(dev.corrections.GetAttenGain(attenIndex, next)) + nextFilterGain);
             }
-            tuneAndCapture(word);
+            tuneAndCapture(word, taps.data());
         }
         dataWords += plan.blocksPerStep;
     }

@@ -224,6 +224,19 @@ void SpectrumProcessor::mergePasses(float* a, float* b, float* c, float* d, int 
     }
 }
 
+void alignSecondPass(const SweepStep& step, ZrScale scale, float* minTrace, float* maxTrace, int count) {
+    if (!step.secondPassOwnGain) return;
+    const float delta = step.secondPassGainDb - step.gainDb;
+    if (scale == zrScaleLog) {
+        dspAddCInPlace(delta, minTrace, count);
+        dspAddCInPlace(delta, maxTrace, count);
+    } else {
+        const float factor = float(std::pow(10.0, double(delta) * 0.05));
+        dspMulCInPlace(factor, minTrace, count);
+        dspMulCInPlace(factor, maxTrace, count);
+    }
+}
+
 void applyStepGain(const SweepStep& step, ZrScale scale, float* minTrace, float* maxTrace, int fftSize) {
     const bool correct = step.hasBinCorrection && int(step.binCorrection.size()) >= fftSize;
     if (scale == zrScaleLog) {

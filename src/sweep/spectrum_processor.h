@@ -87,4 +87,8 @@ private:
 // The step's gain and bin correction on both traces, fftSize values each.
 void applyStepGain(const SweepStep& step, ZrScale scale, float* minTrace, float* maxTrace, int fftSize);
 
+// Brings a second pass that went through another slice's chain to the first
+// pass's gain, so that the merge compares like with like.
+void alignSecondPass(const SweepStep& step, ZrScale scale, float* minTrace, float* maxTrace, int count);
+
 }  // namespace zr

@@ -192,14 +192,16 @@ struct PlanBuilder {
                 // the next slice's LO, which also leaves the next slice tuned.
                 const int m = n >= 4 ? n + 1 : n;
                 const uint32_t offset = n >= 4 ? kSecondPassDdcOffset : 0;
+                // That pass goes through slice m's whole chain (its gain
+                // code and IF filter too) and is calibrated as slice m.
                 tunedSlice = m;
-                double unused = 0.0;
-                dev.corrections.BuildIFFilter(calSlice(m), secondTaps.data(), true, &unused);
+                st.secondPassOwnGain = true;
+                st.secondPassGainDb = filterAndGain(m, secondTaps.data());
                 rf::TuneRequest req;
                 req.rfFreq = m * kSweepSliceHz;
                 req.loFreq = rf::sliceLoHz(m);
                 req.loIndex = 5 * m;
-                req.gainCode = code;
+                req.gainCode = gainCode(m);
                 tuneAndLoadFilter(req, secondTaps.data());
                 appendCapture(int32_t(uint32_t(sliceDdcWord(m)) + offset));
             }

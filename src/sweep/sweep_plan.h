@@ -26,6 +26,10 @@ struct SweepStep {
     int32_t binCount = 0;               // FFT bins kept
     int32_t sliceNumber = 0;            // fast plan only
     float gainDb = 0.0f;
+    // Spur rejection: the second pass went through another slice's chain
+    // (its LO, gain code and IF filter), whose gain this is.
+    bool secondPassOwnGain = false;
+    float secondPassGainDb = 0.0f;
     bool hasBinCorrection = false;
     // fftSize values: dB with the log scale, voltage ratios with the linear.
     std::vector<float> binCorrection;

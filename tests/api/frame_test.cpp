@@ -3,7 +3,12 @@
 #include <cmath>
 #include <string>
 
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
 #include "support/fake_transport.h"
+#include "support/temp_folder.h"
 
 using namespace zr;
 using zr::test::InstalledDevice;
@@ -114,4 +119,52 @@ TEST(Frame, CustomDataChecksInOrderThenHasNoEngine) {
     EXPECT_EQ(zrStartCustomData(h, 1, buffer), zrInvalidConfigurationErr);
     EXPECT_EQ(zrStartCustomData(h, 127, buffer), zrInvalidConfigurationErr);
     EXPECT_EQ(zrFinishCustomData(h), zrInvalidConfigurationErr);
+}
+
+namespace {
+
+// A transport that throws from inside the library, the way a bug or a
+// failing allocation deep in a plan would.
+class ThrowingTransport : public zr::test::OfflineTransport {
+public:
+    enum class Kind { Runtime, Allocation, Unknown };
+    explicit ThrowingTransport(Kind k) : OfflineTransport(zrDeviceTypeMesa2, 12345678), kind_(k) {}
+    void BeginWrite(int, const void*) override {
+        switch (kind_) {
+            case Kind::Runtime: throw std::runtime_error("transport fault");
+            case Kind::Allocation: throw std::bad_alloc();
+            case Kind::Unknown: throw 42;
+        }
+    }
+
+private:
+    Kind kind_;
+};
+
+}  // namespace
+
+TEST(Frame, AnExceptionInsideAnExportBecomesAStatusAndTheDeviceStaysUsable) {
+    zr::test::TempFolder folder;
+    ASSERT_EQ(zrSetDataFolder(folder.str().c_str()), zrNoError);
+    using K = ThrowingTransport::Kind;
+    const struct { K kind; ZrStatus status; bool logged; } rows[] = {
+        {K::Runtime, zrMeasErr, true}, {K::Allocation, zrAllocationErr, false}, {K::Unknown, zrMeasErr, true}};
+    for (const auto& r : rows) {
+        InstalledDevice d(std::make_unique<ThrowingTransport>(r.kind));
+        // The configuration wakes the instrument first, so the throw comes
+        // from the first write of the wake list.
+        EXPECT_EQ(zrConfigure(d.handle(), zrModeSweeping), r.status);
+        ZrMode mode = zrModeSweeping;
+        EXPECT_EQ(zrGetCurrentMode(d.handle(), &mode), zrNoError);
+        EXPECT_EQ(mode, zrModeIdle);
+        EXPECT_EQ(d.device().engine, nullptr);
+        EXPECT_EQ(zrSetPowerState(d.handle(), zrPowerStateOn), r.status);
+        EXPECT_EQ(zrSetSweepCenterSpan(d.handle(), 1e9, 1e8), zrNoError);
+    }
+    std::ifstream log(folder.path() / "mesa_error_log.txt");
+    const std::string text((std::istreambuf_iterator<char>(log)), std::istreambuf_iterator<char>());
+    EXPECT_NE(text.find("zrConfigure"), std::string::npos);
+    EXPECT_NE(text.find("transport fault"), std::string::npos);
+    EXPECT_NE(text.find("unknown type"), std::string::npos);
+    EXPECT_EQ(text.find("bad_alloc"), std::string::npos);
 }

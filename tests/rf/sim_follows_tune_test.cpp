@@ -75,9 +75,8 @@ TEST_P(SimFollowsTune, EverySliceLandsWhereTheSliceTableSays) {
         rf::tune(*rfState, ridge, cal, list, req);
         // On a Ridge the words of slices 2 and 3 differ only in the
         // down-converter word; the filter load tells the instrument of the
-        // half-clock offset of slice 3, and it must carry the planner's
-        // remembered sub-band for that (the request's result stays 0).
-        AppendIFFilter(list, req.band, ridge ? rfState->ridge.subBand : req.subBand, passThrough, ridge);
+        // half-clock offset of slice 3 through the tune's sub-band.
+        AppendIFFilter(list, req.band, req.subBand, passThrough, ridge);
         list.AppendWord(0x13010000u | ddc);
         for (size_t b = 0; b < list.blockCount(); ++b)
             ASSERT_TRUE(inst.writeBlock(list.data() + b * CommandList::kBlockSize));

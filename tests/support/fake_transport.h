@@ -39,9 +39,11 @@ private:
 // scope exit, so tests can drive the exported frame without the open path.
 class InstalledDevice {
 public:
-    InstalledDevice(ZrDeviceType type, int serialNumber = 12345678) {
+    InstalledDevice(ZrDeviceType type, int serialNumber = 12345678)
+        : InstalledDevice(std::make_unique<OfflineTransport>(type, serialNumber)) {}
+    explicit InstalledDevice(std::unique_ptr<DeviceInterface> transport) {
         handle_ = firstFreeHandle();
-        device_ = new ZrDevice(std::make_unique<OfflineTransport>(type, serialNumber));
+        device_ = new ZrDevice(std::move(transport));
         if (handle_ >= 0) deviceTable[handle_] = device_;
     }
     ~InstalledDevice() {

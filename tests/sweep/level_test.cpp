@@ -63,7 +63,7 @@ protected:
 };
 
 TEST_P(SweepLevel, ToneReadsItsPowerAcrossBandsTemperaturesAndAttenuators) {
-    std::vector<double> freqs{4.5e7, 1.0173e9, 5.31e9, 13.1e9};
+    std::vector<double> freqs{4.5e7, 1.2e8, 1.0173e9, 5.31e9, 13.1e9};
     if (GetParam() == zrDeviceTypeRidge2) freqs.push_back(30.2e9);
     struct Level {
         int atten;
@@ -97,6 +97,26 @@ TEST_P(SweepLevel, WhiteNoiseReadsItsDensityInTheResolutionBandwidth) {
         for (float v : trace) sum += std::pow(10.0, v / 10.0);
         const double mean = 10.0 * std::log10(sum / double(trace.size()));
         EXPECT_NEAR(mean, density + 10.0 * std::log10(actualRBW), 0.5) << f;
+    }
+}
+
+TEST_P(SweepLevel, SpurRejectionLeavesAToneWhereItIs) {
+    // The second pass looks through the next slice's LO: normal engine
+    // (20 MHz span) and narrow engine (2 MHz), each with the pass on and off,
+    // at slices whose gain codes differ from their neighbour's.
+    zrSetAttenuator(handle, -1);
+    zrSetRefLevel(handle, -20.0);
+    for (double f : {1.31e9, 6.12e9, 9.87e9, 13.15e9, 18.7e9}) {
+        for (double span : {2e7, 2e6}) {
+            for (ZrBool reject : {zrFalse, zrTrue}) {
+                zrSimClearSignals(kSerial);
+                zrSimAddTone(kSerial, f, -30.0);
+                zrSetSweepSpurReject(handle, reject);
+                sweep(f, span, 3e4, 3e4);
+                const float peak = *std::max_element(trace.begin(), trace.end());
+                EXPECT_NEAR(peak, -30.0, 0.5) << f << " Hz, span " << span << ", reject " << reject;
+            }
+        }
     }
 }
 
