@@ -56,8 +56,10 @@ ZrStatus configureMode(ZrDevice& dev, ZrMode mode, const PlannerTable& planners)
         rf::refreshRidgeForConfigure(dev.rf.ridge, dev.rfOverrides, temperature, *dev.corrections.ridge,
                                      dev.corrections.GetLOGateBias());
 
-    // With GPS steering the timebase, the discipline owns the word.
+    // With GPS steering the timebase, the discipline owns the word;
+    // otherwise the oscillator is trimmed for the temperature just read.
     if (!(dev.gps.locked && dev.gpsTimebaseUpdate) && t) {
+        dev.timebaseTuned = static_cast<uint16_t>(dev.coarseTune + dev.corrections.GetTimebaseOffset());
         CommandList list;
         list.AppendRegister(reg::kTimebase, timebaseWord(dev));
         list.AppendWord(cmd::kPad);

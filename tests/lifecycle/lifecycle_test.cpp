@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "device/frame.h"
 #include "registry.h"
@@ -242,6 +243,29 @@ TEST_F(Lifecycle, RepeatedOpenAndCloseLeaksNothing) {
     // One device holds several MiB of calibration; a leak of it per cycle
     // would show as gigabytes.
     if (!underSanitizer()) EXPECT_LT(test::residentKiB() - rss, 16 * 1024);
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(Lifecycle, ConfigureTrimsTheTimebaseForTheTemperatureItReads) {
+    plug(zrDeviceTypeMesa2, 10000051);
+    const int h = open(10000051);
+    ZrDevice* d = lookupDevice(h);
+    ASSERT_NE(d, nullptr);
+    auto inst = sim::findInstrument(10000051);
+    std::vector<int> words;
+    for (float celsius : {5.0f, 55.0f}) {
+        zrSimSetTemperature(10000051, celsius);
+        d->lastStatusTick = 0;  // the status is older than the refresh rule allows
+        ASSERT_GE(zrConfigure(h, zrModeSweeping), zrNoError);
+        EXPECT_NEAR(d->configureTemperature, celsius, 0.5);
+        words.push_back(int(inst->reg(reg::kTimebase) >> 16));
+        EXPECT_EQ(words.back(), (d->coarseTune + d->corrections.GetTimebaseOffset()) & 0xFFFF) << celsius;
+    }
+    // The factory table trims differently at the two temperatures.
+    EXPECT_NE(words[0], words[1]);
 }
 
 }  // namespace
