@@ -45,9 +45,16 @@ struct SweepPosition {
     bool driftFlag = false;
 };
 
+// Values of one position's min or max trace at most (steps x FFT size):
+// 512 MiB each, so that a position, its ring and its FFTs stay near a
+// gigabyte and sixteen positions fit in a workstation's memory.
+constexpr int64_t kMaxSweepTraceValues = int64_t(1) << 27;
+
 // Fills the plan, its list and the derived sweep fields of the device.
-// Tunes through the device's RF state; sends nothing.
-void buildControllerPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list);
+// Tunes through the device's RF state; sends nothing. False, with only the
+// derived fields filled and nothing allocated for steps, when one sweep's
+// traces would pass kMaxSweepTraceValues.
+bool buildControllerPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list);
 
 // Whether the fast engine can serve these settings: no spur rejection, no
 // preselector, RBW equal to VBW, and a window that fits its FFT at 250 MS/s.

@@ -211,7 +211,7 @@ struct PlanBuilder {
 
 }  // namespace
 
-void buildControllerPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list) {
+bool buildControllerPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list) {
     ZrSweepSettings& s = dev.sweep;
     plan = SweepPlan{};
     list = CommandList{};
@@ -257,6 +257,11 @@ void buildControllerPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list) {
     s.binSize = binSize;
     s.windowBandwidth = windowBandwidth;
 
+    // Checked before any step is built: the steps' own correction curves
+    // are FFT-sized too. The preselector may split a slice into four.
+    const int64_t stepsAtMost = int64_t(sliceCount) * (dev.preselectorEnabled ? 4 : 1);
+    if (stepsAtMost * plan.fftSize > kMaxSweepTraceValues) return false;
+
     PlanBuilder b(dev, plan, list);
     b.ridge = dev.ridge();
     b.attenIndex = rf::attenIndexFor(dev.attenuator, dev.refLevel);
@@ -278,12 +283,13 @@ void buildControllerPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list) {
     const int64_t blocks = int64_t(plan.stepCount) * plan.passes * plan.blocksPerStep;
     const int r = int(blocks % 4);
     for (int i = 0; i < (r == 0 ? 4 : 4 - r); ++i) list.AppendStatusWord();
+    return true;
 }
 
 ZrStatus planSweepController(ZrDevice& dev) {
     SweepPlan plan;
     CommandList list;
-    buildControllerPlan(dev, plan, list);
+    if (!buildControllerPlan(dev, plan, list)) return zrAllocationErr;
     sendPendingRidgeWake(dev);
     dev.engine = std::make_unique<EngineSweepController>(dev, dev.sweep, std::move(plan), list);
     return zrNoError;

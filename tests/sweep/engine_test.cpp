@@ -214,5 +214,32 @@ TEST_F(SweepEngine, CablePullEndsTheSweepWithConnectionLost) {
     handle = -1;
 }
 
+TEST_F(SweepEngine, SettingsBeyondMemoryAreRefusedBeforeAnythingIsAllocated) {
+    // 1 GHz at the narrowest RBW would want gigabytes per sweep position;
+    // the device stays idle and usable.
+    ASSERT_EQ(zrSetSweepCenterSpan(handle, 2.5e9, 1e9), zrNoError);
+    zrSetSweepCoupling(handle, 0.1, 0.1, 0.0);
+    EXPECT_EQ(zrConfigure(handle, zrModeSweeping), zrAllocationErr);
+    ZrMode mode = zrModeSweeping;
+    zrGetCurrentMode(handle, &mode);
+    EXPECT_EQ(mode, zrModeIdle);
+    configure(2.5e9, 1e9, 1e3);
+    EXPECT_EQ(zrGetSweep(handle, nullptr, maxTrace.data(), nullptr), zrNoError);
+}
+
+TEST_F(SweepEngine, ASlowHostIsReportedAsCpuLimited) {
+    // A ring of three steps: the USB thread must wait for the work threads
+    // within every sweep, and says so; the data still arrive whole.
+    EngineSweepController::setRingCapacityForTest(1);
+    configure(1.03e10, 2.05e10, 1e4);
+    EngineSweepController::setRingCapacityForTest(0);
+    const auto* engine = dynamic_cast<const EngineSweepController*>(lookupDevice(handle)->engine.get());
+    ASSERT_NE(engine, nullptr);
+    const SweepPlan& p = engine->plan();
+    EXPECT_EQ(engine->ringCapacity(), 3 * int64_t(p.passes) * p.blocksPerStep * kCaptureBlockSamples);
+    EXPECT_EQ(zrGetSweep(handle, nullptr, maxTrace.data(), nullptr), zrCPULimited);
+    EXPECT_TRUE(std::all_of(maxTrace.begin(), maxTrace.end(), [](float v) { return std::isfinite(v); }));
+}
+
 }  // namespace
 }  // namespace zr

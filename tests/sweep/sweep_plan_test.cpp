@@ -72,7 +72,7 @@ protected:
     }
     Planned plan() {
         Planned p;
-        buildControllerPlan(dev, p.plan, p.list);
+        EXPECT_TRUE(buildControllerPlan(dev, p.plan, p.list));
         return p;
     }
 };

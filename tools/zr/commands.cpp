@@ -118,6 +118,24 @@ struct SweepResult {
     int attenuator = -1;
 };
 
+// A sweep takes about four bins per RBW of span (the window's noise
+// bandwidth over the bin width, rounded to a power of two), so the points
+// it needs, and the RBW on the 1-3-10 ladder that brings it to ten million.
+std::string sweepTooLargeHint(const SweepRequest& s) {
+    double span = 20.6e9;
+    if (s.start && s.stop) span = *s.stop - *s.start;
+    else if (s.span) span = *s.span;
+    const double rbw = s.rbw.value_or(100e3);
+    const double points = span * 4.0 / rbw;
+    double suggested = 1.0;
+    for (double decade = 1.0; span * 4.0 / suggested > 1e7; decade *= 10.0)
+        suggested = span * 4.0 / (3.0 * decade) <= 1e7 ? 3.0 * decade : 10.0 * decade;
+    char text[200];
+    std::snprintf(text, sizeof text, "these settings need about %.3g points per sweep, more than memory allows; try --rbw %s",
+                  points, formatFrequency(suggested, 0).c_str());
+    return text;
+}
+
 // Stores every setting the user gave; the library's defaults stand for the rest.
 bool applySettings(int h, const SweepRequest& s, int* rc) {
     if (s.start && !check("--start/--stop", zrSetSweepStartStop(h, *s.start, *s.stop), rc)) return false;
@@ -141,10 +159,11 @@ bool acquire(const OpenDevice& dev, const SweepRequest& req, SweepResult* out, i
     const int h = dev.handle();
     if (!applySettings(h, req, rc)) return false;
     const ZrStatus configured = zrConfigure(h, zrModeSweeping);
+    const std::string memoryHint = configured == zrAllocationErr ? sweepTooLargeHint(req) : std::string();
     if (!check("configure", configured, rc,
                configured == zrInvalidConfigurationErr
                    ? "this library cannot run the sweep engine these settings choose; --speed normal takes the stepped one"
-                   : nullptr))
+                   : configured == zrAllocationErr ? memoryHint.c_str() : nullptr))
         return false;
     int length = 0;
     if (!check("sweep parameters", zrGetSweepParameters(h, &out->rbw, &out->vbw, &out->startHz, &out->binHz, &length), rc))
