@@ -138,7 +138,7 @@ ZR_EXPORT ZrStatus zrReadGPIOImm(int device, uint8_t* value) {
         if (!value) return zrNullPtrErr;
         // The port is read through a fresh status block, whatever its age.
         if (d.currentMode == zrModeIdle) refreshStatus(d);
-        *value = d.gpioInput;
+        *value = d.status.load().gpioInput;
         return transportStatus(d);
     });
 }
@@ -237,9 +237,10 @@ ZR_EXPORT ZrStatus zrGetDeviceDiagnostics(int device, float* voltage, float* cur
         applyRefreshRule(d);
         const ZrStatus s = transportStatus(d);
         if (s < 0) return s;
-        if (voltage) *voltage = d.diagnostics[0];
-        if (current) *current = d.diagnostics[1];
-        if (temperature) *temperature = d.diagnostics[4];
+        const StatusImage img = d.status.load();
+        if (voltage) *voltage = img.diagnostics[0];
+        if (current) *current = img.diagnostics[1];
+        if (temperature) *temperature = img.diagnostics[4];
         return s;
     });
 }
@@ -249,7 +250,7 @@ ZR_EXPORT ZrStatus zrGetFullDeviceDiagnostics(int device, ZrDeviceDiagnostics* d
         if (!diagnostics) return zrNullPtrErr;
         applyRefreshRule(d);
         static_assert(sizeof(ZrDeviceDiagnostics) == sizeof(float) * 10);
-        std::memcpy(diagnostics, d.diagnostics.data(), sizeof(ZrDeviceDiagnostics));
+        std::memcpy(diagnostics, d.status.load().diagnostics.data(), sizeof(ZrDeviceDiagnostics));
         return transportStatus(d);
     });
 }
@@ -264,8 +265,9 @@ ZR_EXPORT ZrStatus zrGetSFPDiagnostics(int device, float* temperature, float* vo
             return zrInvalidConfigurationErr;
         }
         applyRefreshRule(d);
+        const StatusImage img = d.status.load();
         for (int i = 0; i < 4; ++i)
-            if (out[i]) *out[i] = d.sfpDiagnostics[i];
+            if (out[i]) *out[i] = img.sfpDiagnostics[i];
         return transportStatus(d);
     });
 }

@@ -51,8 +51,7 @@ ZrStatus startUp(ZrDevice& dev) {
     for (int attempt = 1;; ++attempt) {
         std::fill(std::begin(block), std::end(block), 0);
         ReadStatusBlock(t, block);
-        decodeStatus(dev, block, true, false);
-        if (!dev.jesdUnsynced) break;
+        if (!decodeStatus(dev, block, true, false).jesdUnsynced) break;
         if (attempt == kJesdTries) {
             // The converters never locked to the FPGA; only a reset of the
             // instrument clears that.

@@ -11,6 +11,7 @@
 #include "zr_api.h"
 #include "calibration/correction_set.h"
 #include "device/mode_engine.h"
+#include "device/status.h"
 #include "gps/gps_receiver.h"
 #include "gps/timebase_file.h"
 #include "rf/rf_glue.h"
@@ -139,19 +140,9 @@ struct GpioSwitching {
 // ---------------------------------------------------------------------------
 
 struct ZrDevice {
-    // Status image: rewritten at every status block.
-    std::array<float, 10> diagnostics{};
-    std::array<float, 4> sfpDiagnostics{};
-    uint8_t gpioInput = 0;
-    uint8_t adcOverflow = 0;
-    uint8_t fftDataLoss = 0;
-    uint8_t dataLoss = 0;
-    uint8_t jesdUnsynced = 0;
-    uint8_t tempDrift = 0;
-    uint8_t lossCounterChanged = 0;
-    int32_t lossCounter = -1;
-    uint32_t loReadback = 0;
-    uint16_t tuneReported = 0;
+    // Status image: republished at every status block. Firmware fields come
+    // from the same blocks but change only when the open reads them first.
+    PublishedStatus status;
     float configureTemperature = 0.0f;
 
     // GPS and timebase.
@@ -207,8 +198,6 @@ struct ZrDevice {
     FullBandSettings fullBand;
 
     // Service state.
-    uint64_t lastStatusTick = 0;  // ms of the monotonic clock at the last status decode
-    uint8_t statusBlockInvalid = 0;
     uint32_t loOffset = 0;        // 0..4
     uint32_t fanThreshold = 50;   // degrees C
     uint8_t networkFragmentation = 0;

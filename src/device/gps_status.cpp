@@ -11,12 +11,13 @@
 
 namespace zr {
 
-void decodeStatusGps(ZrDevice& dev, const uint8_t* block, bool gpsFlag, bool skipGPS, int timebaseOffset) {
+void decodeStatusGps(ZrDevice& dev, const uint8_t* block, uint16_t tuneReported, bool gpsFlag, bool skipGPS,
+                     int timebaseOffset) {
     const GpsBlockView view = gpsBlockViewFromBytes(block);
     readTriggerRing(dev.gpsPulses, view);
     if (skipGPS) return;
     decodeGPS(dev.gps, view, gpsFlag);
-    if (disciplineTimebase(dev, timebaseOffset))
+    if (disciplineTimebase(dev, tuneReported, timebaseOffset))
         (void)writeTimebaseFile(calFilesFolder(), dev.serialNumber, dev.storedTimebase);
 }
 

@@ -15,9 +15,10 @@ class CommandList;
 // The GPS steps of status decoding, for a whole 8192-byte block whose magic
 // and status word the caller has already found good: the trigger ring;
 // then, unless skipGPS, the receiver with gpsFlag, and the discipline with
-// the calibration's present timebase offset. A new discipline value goes to
+// the tune the block reported and the calibration's present timebase offset. A new discipline value goes to
 // the timebase cache in the calibration folder; a failed write is ignored.
-void decodeStatusGps(ZrDevice& dev, const uint8_t* block, bool gpsFlag, bool skipGPS, int timebaseOffset);
+void decodeStatusGps(ZrDevice& dev, const uint8_t* block, uint16_t tuneReported, bool gpsFlag, bool skipGPS,
+                     int timebaseOffset);
 
 // Sends the timebase word of the device as it stands, without recomputing
 // the tune. False when the send failed.

@@ -46,7 +46,7 @@ ZrStatus configureMode(ZrDevice& dev, ZrMode mode, const PlannerTable& planners)
     const float temperature = readTemperature(dev);
     dev.corrections.SetTemperature(temperature);
     dev.configureTemperature = temperature;
-    dev.tempDrift = 0;
+    dev.status.update([](StatusImage& s) { s.tempDrift = 0; });
 
     dev.gpsPulses.readIndex = -1;
     dev.gpsPulses.count = 0;

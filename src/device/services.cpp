@@ -38,45 +38,36 @@ uint32_t fanThresholdCode(int celsius) {
     return static_cast<uint32_t>(((celsius + 265) * 1024) / 693);
 }
 
-void decodeStatus(ZrDevice& dev, const uint8_t* b, bool gpsFlag, bool skipGPS) {
-    dev.lastStatusTick = monotonicMs();
+StatusImage decodeStatusImage(const StatusImage& before, const uint8_t* b, float configureTemperature,
+                              uint64_t nowMs) {
+    StatusImage img = before;
+    img.lastStatusTick = nowMs;
     if (u32At(b, offsetof(StatusBlock, magic)) != StatusBlock::kMagic) {
-        dev.statusBlockInvalid = 1;
-        return;
+        img.statusBlockInvalid = 1;
+        return img;
     }
-    dev.statusBlockInvalid = 0;
-    if (u32At(b, offsetof(StatusBlock, firmware)) == 0) return;
+    img.statusBlockInvalid = 0;
+    if (u32At(b, offsetof(StatusBlock, firmware)) == 0) return img;
 
-    if (dev.networked()) {
-        // Networked instruments report one version word for major and minor.
-        dev.firmwareMajor = u16At(b, 6);
-        dev.firmwareMinor = u16At(b, 6);
-        dev.firmwareRevision = u16At(b, 4);
-    } else {
-        dev.firmwareMajor = u16At(b, offsetof(StatusBlock, firmwareMajor));
-        dev.firmwareMinor = u16At(b, offsetof(StatusBlock, firmwareMinor));
-        dev.firmwareRevision = static_cast<int32_t>(u32At(b, offsetof(StatusBlock, firmware)));
-    }
-
-    dev.tuneReported = u16At(b, offsetof(StatusBlock, timebaseTune));
-    dev.gpioInput = b[offsetof(StatusBlock, gpioInput)];
+    img.tuneReported = u16At(b, offsetof(StatusBlock, timebaseTune));
+    img.gpioInput = b[offsetof(StatusBlock, gpioInput)];
     const uint8_t flags = b[offsetof(StatusBlock, flags)];
-    dev.adcOverflow = (flags & StatusBlock::kFlagAdcOverload) ? 1 : 0;
-    dev.fftDataLoss = (flags & StatusBlock::kFlagFftDataLoss) ? 1 : 0;
-    dev.dataLoss = (flags & StatusBlock::kFlagSampleLoss) ? 1 : 0;
-    dev.jesdUnsynced = (flags & StatusBlock::kFlagJesdUnsynced) ? 1 : 0;
-    dev.loReadback = u32At(b, offsetof(StatusBlock, loReadback));
+    img.adcOverflow = (flags & StatusBlock::kFlagAdcOverload) ? 1 : 0;
+    img.fftDataLoss = (flags & StatusBlock::kFlagFftDataLoss) ? 1 : 0;
+    img.dataLoss = (flags & StatusBlock::kFlagSampleLoss) ? 1 : 0;
+    img.jesdUnsynced = (flags & StatusBlock::kFlagJesdUnsynced) ? 1 : 0;
+    img.loReadback = u32At(b, offsetof(StatusBlock, loReadback));
     const int32_t loss = b[offsetof(StatusBlock, lossCounter)];
-    if (dev.lossCounter == -1) {
-        dev.lossCounter = loss;
-    } else if (dev.lossCounter != loss) {
-        dev.lossCounterChanged = 1;
-        dev.lossCounter = loss;
+    if (img.lossCounter == -1) {
+        img.lossCounter = loss;
+    } else if (img.lossCounter != loss) {
+        img.lossCounterChanged = 1;
+        img.lossCounter = loss;
     } else {
-        dev.lossCounterChanged = 0;
+        img.lossCounterChanged = 0;
     }
 
-    auto& d = dev.diagnostics;
+    auto& d = img.diagnostics;
     d[0] = u16At(b, 64) * 11.0f / 1000.0f;                    // voltage
     d[1] = u16At(b, 70) * 2.0f / 1000.0f;                     // input current
     d[2] = u16At(b, 68) / 1000.0f;
@@ -90,21 +81,48 @@ void decodeStatus(ZrDevice& dev, const uint8_t* b, bool gpsFlag, bool skipGPS) {
 
     const uint16_t sfpTemp = u16At(b, 128);
     if (sfpTemp == 0xFFFF) {
-        dev.sfpDiagnostics = {0.0f, 0.0f, 0.0f, 0.0f};
+        img.sfpDiagnostics = {0.0f, 0.0f, 0.0f, 0.0f};
     } else {
-        dev.sfpDiagnostics = {sfpTemp / 256.0f, u16At(b, 130) / 10000.0f, u16At(b, 132) / 10000.0f,
+        img.sfpDiagnostics = {sfpTemp / 256.0f, u16At(b, 130) / 10000.0f, u16At(b, 132) / 10000.0f,
                               u16At(b, 134) / 10000.0f};
     }
 
     // Hysteresis: a warning raised past 4 degC needs the temperature back
     // within 3 degC of the configured point to clear.
-    const float drift = std::fabs(dev.configureTemperature - d[8]);
-    if (dev.tempDrift) {
-        if (drift < kDriftClear) dev.tempDrift = 0;
+    const float drift = std::fabs(configureTemperature - d[8]);
+    if (img.tempDrift) {
+        if (drift < kDriftClear) img.tempDrift = 0;
     } else if (drift > kDriftRaise) {
-        dev.tempDrift = 1;
+        img.tempDrift = 1;
     }
-    decodeStatusGps(dev, b, gpsFlag, skipGPS, dev.corrections.GetTimebaseOffset());
+    return img;
+}
+
+StatusImage decodeStatus(ZrDevice& dev, const uint8_t* b, bool gpsFlag, bool skipGPS) {
+    // Only the thread that owns the command slot decodes, so the image is
+    // read and republished without another decode in between.
+    const StatusImage img = decodeStatusImage(dev.status.load(), b, dev.configureTemperature, monotonicMs());
+    dev.status.store(img);
+    if (img.statusBlockInvalid || u32At(b, offsetof(StatusBlock, firmware)) == 0) return img;
+
+    int major, minor, revision;
+    if (dev.networked()) {
+        // Networked instruments report one version word for major and minor.
+        major = minor = u16At(b, 6);
+        revision = u16At(b, 4);
+    } else {
+        major = u16At(b, offsetof(StatusBlock, firmwareMajor));
+        minor = u16At(b, offsetof(StatusBlock, firmwareMinor));
+        revision = static_cast<int32_t>(u32At(b, offsetof(StatusBlock, firmware)));
+    }
+    // Written when they change (the first block at open), so the gates that
+    // read them from the caller's thread never race an engine's decode.
+    if (dev.firmwareMajor != major) dev.firmwareMajor = major;
+    if (dev.firmwareMinor != minor) dev.firmwareMinor = minor;
+    if (dev.firmwareRevision != revision) dev.firmwareRevision = revision;
+
+    decodeStatusGps(dev, b, img.tuneReported, gpsFlag, skipGPS, dev.corrections.GetTimebaseOffset());
+    return img;
 }
 
 bool sweepInProgress(const ZrDevice& dev) { return dev.engine && dev.engine->busy(); }
@@ -123,12 +141,12 @@ void refreshStatus(ZrDevice& dev) {
 
 void applyRefreshRule(ZrDevice& dev) {
     if (!quietGate(dev)) return;
-    if (monotonicMs() - dev.lastStatusTick > kStatusMaxAgeMs) refreshStatus(dev);
+    if (monotonicMs() - dev.status.load().lastStatusTick > kStatusMaxAgeMs) refreshStatus(dev);
 }
 
 float readTemperature(ZrDevice& dev) {
     applyRefreshRule(dev);
-    return dev.diagnostics[8];
+    return dev.status.load().diagnostics[8];
 }
 
 uint32_t timebaseWord(const ZrDevice& dev) {

@@ -7,9 +7,10 @@
 
 namespace zr {
 
-// Folds one 8192-byte status block into the device's status image. Engines
-// pass gpsFlag for the blocks of their data; start-up and refreshes do not.
-void decodeStatus(ZrDevice& dev, const uint8_t* block, bool gpsFlag, bool skipGPS);
+// Folds one 8192-byte status block into the device's status image, runs
+// the GPS steps, and answers the image it published. Engines pass gpsFlag
+// for the blocks of their data; start-up and refreshes do not.
+StatusImage decodeStatus(ZrDevice& dev, const uint8_t* block, bool gpsFlag, bool skipGPS);
 
 // One status read and decode, whatever the read returned (an empty buffer
 // has no magic and so marks the status image invalid).

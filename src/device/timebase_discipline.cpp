@@ -6,14 +6,14 @@
 
 namespace zr {
 
-bool disciplineTimebase(ZrDevice& dev, int timebaseOffset) {
+bool disciplineTimebase(ZrDevice& dev, uint16_t tuneReported, int timebaseOffset) {
     if (!dev.gps.locked) {
         dev.timebaseDisciplined = 0;
         return false;
     }
     if (dev.gpsTimebaseUpdate != 1) return false;
 
-    int d = std::abs(static_cast<int>(dev.timebaseTuned) - static_cast<int>(dev.tuneReported));
+    int d = std::abs(static_cast<int>(dev.timebaseTuned) - static_cast<int>(tuneReported));
     if (dev.firmwareDiscipline) {
         // The firmware runs the loop from the pulse; it is disciplining while
         // that pulse is valid.
@@ -23,8 +23,8 @@ bool disciplineTimebase(ZrDevice& dev, int timebaseOffset) {
     }
 
     if (d < kTimebaseHysteresis) return false;
-    dev.timebaseTuned = dev.tuneReported;
-    dev.coarseTune = static_cast<uint16_t>(dev.tuneReported - timebaseOffset);
+    dev.timebaseTuned = tuneReported;
+    dev.coarseTune = static_cast<uint16_t>(tuneReported - timebaseOffset);
     dev.storedTimebase.valid = 1;
     dev.storedTimebase.timeSeconds = dev.gps.clock->systemTimeNs() / 1000000000;
     dev.storedTimebase.tune = dev.coarseTune;

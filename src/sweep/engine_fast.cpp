@@ -179,14 +179,15 @@ void EngineSweepFast::onData(int position, const uint8_t* p, int k) {
 void EngineSweepFast::onStatus(int position, const uint8_t* block) {
     if (position == kConfigTag) return;
     SweepPosition& pos = positions_[position];
+    // A lost read leaves the flags the last good block published.
+    const StatusImage img = block ? decodeStatus(*device_, block, true, false) : device_->status.load();
     if (block) {
-        decodeStatus(*device_, block, true, false);
         pos.timestamp = uint64_t(device_->gps.statusTime.load());
-        pos.overflowFlag = device_->adcOverflow != 0;
-        pos.uncalFlag = device_->fftDataLoss != 0;
+        pos.overflowFlag = img.adcOverflow != 0;
+        pos.uncalFlag = img.fftDataLoss != 0;
     }
-    pos.syncFlag = device_->statusBlockInvalid != 0;
-    pos.driftFlag = device_->tempDrift != 0;
+    pos.syncFlag = img.statusBlockInvalid != 0;
+    pos.driftFlag = img.tempDrift != 0;
 }
 
 void EngineSweepFast::onTicketDone(int position) {

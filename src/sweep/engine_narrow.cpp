@@ -123,9 +123,10 @@ ZrStatus EngineSweepNarrow::finishSweep(int, float* sweepMin, float* sweepMax, i
     if (timestamp) *timestamp = device_->gps.statusTime.load();
 
     ZrStatus status = zrNoError;
-    if (device_->dataLoss) status = zrUncalData;
-    else if (device_->adcOverflow) status = zrADCOverflow;
-    return device_->statusBlockInvalid ? zrSyncErr : status;
+    const StatusImage img = device_->status.load();
+    if (img.dataLoss) status = zrUncalData;
+    else if (img.adcOverflow) status = zrADCOverflow;
+    return img.statusBlockInvalid ? zrSyncErr : status;
 }
 
 }  // namespace zr

@@ -164,14 +164,15 @@ bool EngineSweepController::busy() const {
 
 void EngineSweepController::onStatus(int position, const uint8_t* block) {
     SweepPosition& pos = positions_[position];
+    // A lost read leaves the flags the last good block published.
+    const StatusImage img = block ? decodeStatus(*device_, block, true, false) : device_->status.load();
     if (block) {
-        decodeStatus(*device_, block, true, false);
         pos.timestamp = uint64_t(device_->gps.statusTime.load());
-        pos.overflowFlag = device_->adcOverflow != 0;
-        pos.uncalFlag = device_->dataLoss != 0;
+        pos.overflowFlag = img.adcOverflow != 0;
+        pos.uncalFlag = img.dataLoss != 0;
     }
-    pos.syncFlag = device_->statusBlockInvalid != 0;
-    pos.driftFlag = device_->tempDrift != 0;
+    pos.syncFlag = img.statusBlockInvalid != 0;
+    pos.driftFlag = img.tempDrift != 0;
     partDone(pos);
 }
 

@@ -76,14 +76,14 @@ TEST(DeviceDefaults, NewDeviceHoldsEveryDefault) {
         EXPECT_EQ(dev.currentMode, zrModeIdle);
         EXPECT_EQ(dev.powerState, zrPowerStateStandby);
         // -1: no loss count or ring position seen yet.
-        EXPECT_EQ(dev.lossCounter, -1);
+        EXPECT_EQ(dev.status.load().lossCounter, -1);
         EXPECT_EQ(dev.gpsPulses.readIndex, -1);
         EXPECT_EQ(dev.attenuator, -1);
         EXPECT_EQ(dev.refLevel, 0.0);
         EXPECT_EQ(dev.loOffset, 0u);
         EXPECT_EQ(dev.fanThreshold, 50u);
         EXPECT_EQ(dev.networkFragmentation, 0);
-        EXPECT_EQ(dev.lastStatusTick, 0u);
+        EXPECT_EQ(dev.status.load().lastStatusTick, 0u);
 
         const ZrSweepSettings& s = dev.sweep;
         EXPECT_EQ(s.rbw, 100000.0);

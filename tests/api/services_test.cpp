@@ -60,44 +60,44 @@ TEST(StatusDecode, ImageFirmwareFlagsAndDiagnostics) {
     b.put16(34, 0x1234);
     b.put32(36, 0xCAFEF00D);
     decodeStatus(dev, b.bytes, false, false);
-    EXPECT_EQ(dev.statusBlockInvalid, 0);
+    EXPECT_EQ(dev.status.load().statusBlockInvalid, 0);
     EXPECT_EQ(dev.firmwareMajor, 4);
     EXPECT_EQ(dev.firmwareMinor, 5);
     EXPECT_EQ(dev.firmwareRevision, 12);
-    EXPECT_EQ(dev.adcOverflow, 1);
-    EXPECT_EQ(dev.jesdUnsynced, 1);
-    EXPECT_EQ(dev.dataLoss, 0);
-    EXPECT_EQ(dev.gpioInput, 0x5A);
-    EXPECT_EQ(dev.tuneReported, 0x1234);
-    EXPECT_EQ(dev.loReadback, 0xCAFEF00Du);
-    EXPECT_FLOAT_EQ(dev.diagnostics[0], 12.1f);
-    EXPECT_FLOAT_EQ(dev.diagnostics[1], 3.0f);
-    EXPECT_NEAR(dev.diagnostics[4], 430 * 0.6767578125 - 265.0, 1e-4);
-    EXPECT_FLOAT_EQ(dev.diagnostics[8], 25.0f);
-    EXPECT_FLOAT_EQ(dev.diagnostics[9], -10.5f);
-    EXPECT_EQ(dev.sfpDiagnostics[0], 0.0f);
+    EXPECT_EQ(dev.status.load().adcOverflow, 1);
+    EXPECT_EQ(dev.status.load().jesdUnsynced, 1);
+    EXPECT_EQ(dev.status.load().dataLoss, 0);
+    EXPECT_EQ(dev.status.load().gpioInput, 0x5A);
+    EXPECT_EQ(dev.status.load().tuneReported, 0x1234);
+    EXPECT_EQ(dev.status.load().loReadback, 0xCAFEF00Du);
+    EXPECT_FLOAT_EQ(dev.status.load().diagnostics[0], 12.1f);
+    EXPECT_FLOAT_EQ(dev.status.load().diagnostics[1], 3.0f);
+    EXPECT_NEAR(dev.status.load().diagnostics[4], 430 * 0.6767578125 - 265.0, 1e-4);
+    EXPECT_FLOAT_EQ(dev.status.load().diagnostics[8], 25.0f);
+    EXPECT_FLOAT_EQ(dev.status.load().diagnostics[9], -10.5f);
+    EXPECT_EQ(dev.status.load().sfpDiagnostics[0], 0.0f);
 
     // The loss counter: first value taken, a change flagged, no change clears.
-    EXPECT_EQ(dev.lossCounter, 7);
-    EXPECT_EQ(dev.lossCounterChanged, 0);
+    EXPECT_EQ(dev.status.load().lossCounter, 7);
+    EXPECT_EQ(dev.status.load().lossCounterChanged, 0);
     b.bytes[29] = 8;
     decodeStatus(dev, b.bytes, false, false);
-    EXPECT_EQ(dev.lossCounterChanged, 1);
+    EXPECT_EQ(dev.status.load().lossCounterChanged, 1);
     decodeStatus(dev, b.bytes, false, false);
-    EXPECT_EQ(dev.lossCounterChanged, 0);
+    EXPECT_EQ(dev.status.load().lossCounterChanged, 0);
 
     // A bad block marks the image invalid and changes nothing else.
     Block bad;
     bad.put32(0, 0);
     bad.bytes[28] = 0;
     decodeStatus(dev, bad.bytes, false, false);
-    EXPECT_EQ(dev.statusBlockInvalid, 1);
-    EXPECT_EQ(dev.adcOverflow, 1);
+    EXPECT_EQ(dev.status.load().statusBlockInvalid, 1);
+    EXPECT_EQ(dev.status.load().adcOverflow, 1);
     // A block with a zero firmware word is good but carries nothing.
     Block empty;
     empty.put32(4, 0);
     decodeStatus(dev, empty.bytes, false, false);
-    EXPECT_EQ(dev.statusBlockInvalid, 0);
+    EXPECT_EQ(dev.status.load().statusBlockInvalid, 0);
     EXPECT_EQ(dev.firmwareRevision, 12);
 }
 
@@ -109,10 +109,10 @@ TEST(StatusDecode, SfpRecordWhenPresent) {
     b.put16(132, 5000);
     b.put16(134, 4000);
     decodeStatus(d.device(), b.bytes, false, false);
-    EXPECT_FLOAT_EQ(d.device().sfpDiagnostics[0], 40.0f);
-    EXPECT_FLOAT_EQ(d.device().sfpDiagnostics[1], 3.3f);
-    EXPECT_FLOAT_EQ(d.device().sfpDiagnostics[2], 0.5f);
-    EXPECT_FLOAT_EQ(d.device().sfpDiagnostics[3], 0.4f);
+    EXPECT_FLOAT_EQ(d.device().status.load().sfpDiagnostics[0], 40.0f);
+    EXPECT_FLOAT_EQ(d.device().status.load().sfpDiagnostics[1], 3.3f);
+    EXPECT_FLOAT_EQ(d.device().status.load().sfpDiagnostics[2], 0.5f);
+    EXPECT_FLOAT_EQ(d.device().status.load().sfpDiagnostics[3], 0.4f);
 }
 
 TEST(StatusDecode, DriftRaisesBeyondFourAndClearsWithinThree) {
@@ -126,7 +126,7 @@ TEST(StatusDecode, DriftRaisesBeyondFourAndClearsWithinThree) {
     for (const auto& s : steps) {
         b.temperature(80, s.t);
         decodeStatus(dev, b.bytes, false, false);
-        EXPECT_EQ(dev.tempDrift, s.drift) << s.t;
+        EXPECT_EQ(dev.status.load().tempDrift, s.drift) << s.t;
     }
 }
 
@@ -270,7 +270,7 @@ TEST(Services, DiagnosticsFollowTheRefreshRuleAndModels) {
     // The refresh read fails on the offline link: results stay unset.
     EXPECT_EQ(zrGetDeviceDiagnostics(h, &v, &c, &t), zrConnectionLostErr);
     EXPECT_EQ(v, -1.0f);
-    EXPECT_EQ(d.device().statusBlockInvalid, 1);
+    EXPECT_EQ(d.device().status.load().statusBlockInvalid, 1);
     ZrDeviceDiagnostics full;
     EXPECT_EQ(zrGetFullDeviceDiagnostics(h, nullptr), zrNullPtrErr);
     EXPECT_EQ(zrGetFullDeviceDiagnostics(h, &full), zrConnectionLostErr);

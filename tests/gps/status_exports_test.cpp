@@ -112,7 +112,7 @@ TEST(GpsStatusDecode, SkipGpsReadsOnlyTheTriggerRing) {
     dev.gps.clock = &clock;
     StatusBytes b;
     b.pulseTick(1000).statusTick(1000).runningTick(1000).ringWrite(9);
-    decodeStatusGps(dev, b.data(), true, true, 0);
+    decodeStatusGps(dev, b.data(), 0, true, true, 0);
     EXPECT_EQ(dev.gpsPulses.readIndex, 9);
     EXPECT_EQ(dev.gps.lastPulseTick, 0xFFFFFFFFu);
     EXPECT_EQ(dev.gps.statusTime, 0);
@@ -235,7 +235,7 @@ TEST(GpsExports, StateRefreshesOnlyInIdleAndReportsTheLink) {
     dev.currentMode = zrModeIdle;
     EXPECT_EQ(zrGetGPSState(sd.handle, &state), zrConnectionLostErr);
     EXPECT_EQ(sd.transport->finishReads, 2);
-    EXPECT_EQ(dev.statusBlockInvalid, 1);
+    EXPECT_EQ(dev.status.load().statusBlockInvalid, 1);
 }
 
 TEST(GpsExports, InfoRefreshesOnlyWhenAskedAndSlotZeroIsFree) {

@@ -161,14 +161,15 @@ protected:
 
     ManualClock clock;
     ZrDevice dev;
+    uint16_t tune = 0;  // what the status block reports
 };
 
 }  // namespace
 
 TEST_F(Discipline, ReportedTuneWithin7CountsIsNotTaken) {
     for (int delta : {-7, 7, 0}) {
-        dev.tuneReported = static_cast<uint16_t>(0x8000 + delta);
-        EXPECT_FALSE(disciplineTimebase(dev, 5)) << delta;
+        tune = static_cast<uint16_t>(0x8000 + delta);
+        EXPECT_FALSE(disciplineTimebase(dev, tune, 5)) << delta;
         EXPECT_EQ(dev.timebaseTuned, 0x8000) << delta;
         EXPECT_EQ(dev.coarseTune, 0x8000 - 5) << delta;
         EXPECT_EQ(dev.storedTimebase.valid, 0) << delta;
@@ -176,8 +177,8 @@ TEST_F(Discipline, ReportedTuneWithin7CountsIsNotTaken) {
 }
 
 TEST_F(Discipline, EightCountsAwayTheHostTakesItWithoutTheTemperatureOffset) {
-    dev.tuneReported = 0x8000 - 8;
-    EXPECT_TRUE(disciplineTimebase(dev, -12));
+    tune = 0x8000 - 8;
+    EXPECT_TRUE(disciplineTimebase(dev, tune, -12));
     EXPECT_EQ(dev.timebaseTuned, 0x8000 - 8);
     EXPECT_EQ(dev.coarseTune, 0x8000 - 8 + 12);
     EXPECT_EQ(dev.storedTimebase.valid, 1);
@@ -187,51 +188,51 @@ TEST_F(Discipline, EightCountsAwayTheHostTakesItWithoutTheTemperatureOffset) {
     // Following on from the new value, a step of 3 is inside the hysteresis.
     const int64_t taken = dev.storedTimebase.timeSeconds;
     clock.advanceMs(60000);
-    dev.tuneReported = 0x8000 - 5;
-    EXPECT_FALSE(disciplineTimebase(dev, -12));
+    tune = 0x8000 - 5;
+    EXPECT_FALSE(disciplineTimebase(dev, tune, -12));
     EXPECT_EQ(dev.timebaseTuned, 0x8000 - 8);
     EXPECT_EQ(dev.storedTimebase.timeSeconds, taken);
 
     // The coarse value wraps in 16 bits like the register field.
     dev.timebaseTuned = 0x0010;
-    dev.tuneReported = 0x0002;
-    EXPECT_TRUE(disciplineTimebase(dev, 5));
+    tune = 0x0002;
+    EXPECT_TRUE(disciplineTimebase(dev, tune, 5));
     EXPECT_EQ(dev.coarseTune, 0xFFFD);
 }
 
 TEST_F(Discipline, NothingHappensWithoutLockOrWithTheUpdateOff) {
-    dev.tuneReported = 0x9000;
+    tune = 0x9000;
     dev.timebaseDisciplined = 1;
     dev.gps.locked = 0;
-    EXPECT_FALSE(disciplineTimebase(dev, 0));
+    EXPECT_FALSE(disciplineTimebase(dev, tune, 0));
     EXPECT_EQ(dev.timebaseDisciplined, 0) << "no lock clears the flag";
     EXPECT_EQ(dev.timebaseTuned, 0x8000);
 
     dev.gps.locked = 1;
     dev.gpsTimebaseUpdate = 0;
-    EXPECT_FALSE(disciplineTimebase(dev, 0));
+    EXPECT_FALSE(disciplineTimebase(dev, tune, 0));
     EXPECT_EQ(dev.timebaseDisciplined, 0);
     EXPECT_EQ(dev.timebaseTuned, 0x8000);
 }
 
 TEST_F(Discipline, DisciplinedFlagFromTheTuneDifferenceOrFromTheFirmwarePulse) {
     // Host-side discipline: any difference shows the instrument is steering.
-    dev.tuneReported = 0x8000;
-    disciplineTimebase(dev, 0);
+    tune = 0x8000;
+    disciplineTimebase(dev, tune, 0);
     EXPECT_EQ(dev.timebaseDisciplined, 0);
-    dev.tuneReported = 0x8001;
-    disciplineTimebase(dev, 0);
+    tune = 0x8001;
+    disciplineTimebase(dev, tune, 0);
     EXPECT_EQ(dev.timebaseDisciplined, 1);
 
     // Firmware discipline: the valid pulse decides, whatever the difference.
     dev.timebaseDisciplined = 0;
     dev.firmwareDiscipline = 1;
     dev.gps.ppsValid = 0;
-    disciplineTimebase(dev, 0);
+    disciplineTimebase(dev, tune, 0);
     EXPECT_EQ(dev.timebaseDisciplined, 0);
     dev.gps.ppsValid = 1;
-    dev.tuneReported = 0x8000;
+    tune = 0x8000;
     dev.timebaseTuned = 0x8000;
-    disciplineTimebase(dev, 0);
+    disciplineTimebase(dev, tune, 0);
     EXPECT_EQ(dev.timebaseDisciplined, 1);
 }

@@ -258,7 +258,7 @@ TEST_F(Lifecycle, ConfigureTrimsTheTimebaseForTheTemperatureItReads) {
     std::vector<int> words;
     for (float celsius : {5.0f, 55.0f}) {
         zrSimSetTemperature(10000051, celsius);
-        d->lastStatusTick = 0;  // the status is older than the refresh rule allows
+        d->status.update([](StatusImage& s) { s.lastStatusTick = 0; });  // older than the refresh rule allows
         ASSERT_GE(zrConfigure(h, zrModeSweeping), zrNoError);
         EXPECT_NEAR(d->configureTemperature, celsius, 0.5);
         words.push_back(int(inst->reg(reg::kTimebase) >> 16));

@@ -266,12 +266,12 @@ TEST_F(SimBus, TemperaturesAndDiagnosticsReadBackWhatTheInstrumentReports) {
     for (float celsius : {25.0f, -12.25f, 61.5f}) {
         ASSERT_EQ(zrSimSetTemperature(42000200, celsius), zrNoError);
         refreshStatus(dev);
-        EXPECT_EQ(dev.statusBlockInvalid, 0);
-        EXPECT_FLOAT_EQ(dev.diagnostics[8], celsius);  // the calibration sensor
+        EXPECT_EQ(dev.status.load().statusBlockInvalid, 0);
+        EXPECT_FLOAT_EQ(dev.status.load().diagnostics[8], celsius);  // the calibration sensor
         // The FPGA sensor has a coarser code: within one step of 0.68 degC.
-        EXPECT_NEAR(dev.diagnostics[4], celsius, 0.7);
+        EXPECT_NEAR(dev.status.load().diagnostics[4], celsius, 0.7);
     }
-    EXPECT_NEAR(dev.diagnostics[0], 12.0, 0.02);
+    EXPECT_NEAR(dev.status.load().diagnostics[0], 12.0, 0.02);
     EXPECT_EQ(dev.transport->status, zrNoError);
 }
 
