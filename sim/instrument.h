@@ -201,6 +201,9 @@ private:
     void render(const Reply& r, uint8_t* dst, uint32_t bytes);
     void renderStatus(const Reply& r, uint8_t* dst);
     void startStream(uint32_t code, uint32_t tune);
+    // ---- flash ----
+    bool flashWord(uint32_t w, std::unique_lock<std::mutex>& lock, std::chrono::steady_clock::time_point deadline);
+    void flashDataWord(uint32_t w);
     void rebuildScene();
     void captureFftLocked();
     double fftBandCentreLocked(const RfPath& path) const;
