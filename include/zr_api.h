@@ -13,8 +13,18 @@
  * for MesaCalData and "Ridge" for RidgeCalData.
  *
  * Threads: the interface takes no lock. Open, close and zrConfigure of a
- * device, and two opens of any devices, must be serialised by the caller;
- * calls on different handles may run on different threads.
+ * device, anything else on that device while one of them runs, and two
+ * opens of any devices, must be serialised by the caller. Calls on
+ * different handles may run on different threads. The data functions of
+ * one device (zrStartSweep, zrFinishSweep, zrGetSweep and their kind) are
+ * for one calling thread at a time; the engine's own threads cooperate
+ * with it. Status and diagnostics inquiries may run beside that thread:
+ * they read a copy of the last status the instrument sent.
+ *
+ * Failures: no exception and no signal leave the library. An allocation
+ * that fails answers zrAllocationErr; any other internal failure is written
+ * to the error log with the function's name and answers zrMeasErr, and the
+ * handle stays usable.
  */
 #ifndef ZR_API_H
 #define ZR_API_H

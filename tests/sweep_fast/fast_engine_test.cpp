@@ -187,6 +187,16 @@ TEST_P(FastSweep, StatusRules) {
     EXPECT_EQ(zrStartSweep(handle, 2), zrConnectionLostErr);
 }
 
+TEST_P(FastSweep, AShortReadIsALostLink) {
+    // The replies after a short read cannot be placed: every engine treats
+    // it as the cable pulled, not as one sweep's uncalibrated data.
+    configure(1e9, 2e9, 1e6);
+    ASSERT_EQ(zrGetSweep(handle, trace.data(), nullptr, nullptr), zrNoError);
+    inst->shortNextRead();
+    EXPECT_EQ(zrGetSweep(handle, trace.data(), nullptr, nullptr), zrConnectionLostErr);
+    EXPECT_EQ(zrGetSweep(handle, trace.data(), nullptr, nullptr), zrConnectionLostErr);
+}
+
 INSTANTIATE_TEST_SUITE_P(Families, FastSweep, ::testing::Values(zrDeviceTypeMesa2, zrDeviceTypeRidge2));
 
 }  // namespace
