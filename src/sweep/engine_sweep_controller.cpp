@@ -178,14 +178,17 @@ void EngineSweepController::onStatus(int position, const uint8_t* block) {
 
 void EngineSweepController::onData(int position, const uint8_t* p, int k) {
     SweepPosition& pos = positions_[position];
-    // At most one step at a time: the ring holds at least three, so the
-    // work threads can always free room for the next piece.
-    const int stepBlocks = stepSamples_ / kCaptureBlockSamples;
+    // Pieces that leave room for one unfinished step: the work threads can
+    // always free the rest, however small the ring (it holds at least three
+    // steps). A normal ring takes a whole read at once.
+    const int pieceBlocks = int((ringCapacity_ - stepSamples_) / kCaptureBlockSamples);
     while (k > 0) {
-        const int blocks = std::min(k, stepBlocks);
+        const int blocks = std::min(k, pieceBlocks);
         const int32_t c = blocks * kCaptureBlockSamples;
         bool slept = false;
         while (ringCapacity_ - ringUsed_.load() < c) {
+            // Stopping: the work threads are gone and nobody frees room.
+            if (!running_) return;
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
             slept = true;
         }

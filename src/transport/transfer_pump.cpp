@@ -92,14 +92,13 @@ bool TransferPump::step() {
         return false;
     }
 
-    // Take pages while the slots allow; a page whose replies would push a
-    // read past its limit waits, unless too little is pending to make a
-    // read at all.
+    // Take pages while the slots allow and less than a full read is
+    // pending, so that reads go out at their full size; what a page brings
+    // beyond it waits for the next read.
     bool ranDry;
     {
         std::lock_guard g(lock_);
-        while (written_ + takenCount_ < limits_.maxPages && pageCount_ > 0 &&
-               (pending_ < kReadGranule || pending_ + pages_[pageHead_].replies <= limits_.maxReadReplies)) {
+        while (written_ + takenCount_ < limits_.maxPages && pageCount_ > 0 && pending_ < limits_.maxReadReplies) {
             taken_[size_t(takenCount_++)] = pages_[pageHead_];
             pending_ += pages_[pageHead_].replies;
             pageHead_ = (pageHead_ + 1) % pages_.size();
@@ -111,8 +110,9 @@ bool TransferPump::step() {
     if (reads_ < limits_.maxReads && pending_ > 0) {
         int n = std::min(pending_, limits_.maxReadReplies) & ~(kReadGranule - 1);
         // Less than a granule pends and nothing more can be taken (the take
-        // above always takes while it can): read the remainder as it is
-        // rather than wait for replies that no read would ever ask for.
+        // above takes while anything is there and a slot is free): read the
+        // remainder as it is rather than wait for replies that no read
+        // would ever ask for.
         if (n == 0 && reads_ == 0) n = pending_;
         if (n > 0) {
             // The read goes out before the commands that cause its data.
