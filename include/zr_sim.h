@@ -38,6 +38,21 @@ ZR_EXPORT ZrStatus zrSimSetGPSSilent(int serial, ZrBool silent);
 /* Process-wide: multiplies the protocol's fixed waits (resets, boots,
  * flash); 1.0 by default. Transfer time-outs are not affected. */
 ZR_EXPORT ZrStatus zrSimSetWaitScale(double factor);
+
+/* Faults, for the next `count` status-carrying reads. Stop answering hangs
+ * the instrument: it takes command blocks and ignores them, and the next
+ * `count` reads go unanswered until the host gives up on each. The FFT
+ * data-loss and datagram faults answer zrInvalidParameterErr until the
+ * features they belong to exist. */
+typedef ZR_ENUM(ZrSimFault) {
+    zrSimFaultADCOverflow = 0,
+    zrSimFaultSampleLoss = 1,
+    zrSimFaultBadMagic = 2,
+    zrSimFaultFFTDataLoss = 3,
+    zrSimFaultDropDatagram = 4,
+    zrSimFaultStopAnswering = 5
+} ZrSimFault;
+ZR_EXPORT ZrStatus zrSimInjectFault(int serial, ZrSimFault fault, int count);
 /* The factor zrSimSetWaitScale stored; the library's wait seam reads it. */
 ZR_EXPORT double zrSimGetWaitScale(void);
 

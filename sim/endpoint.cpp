@@ -28,6 +28,7 @@ bool Instrument::writeBlock(const uint8_t* block, int timeoutMs) {
         failNextWrite_ = false;
         return false;
     }
+    if (hungReads_ > 0) return true;  // taken by the controller, never run
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     for (int i = 0; i < kBlockBytes / 4; ++i) {
         uint32_t w;
@@ -93,6 +94,7 @@ void Instrument::pump() {
         ReadRequest* r = readHead_;
         if (clock >= r->deadline) {
             // Nobody finished it in time: the endpoint gives up on it.
+            if (hungReads_ > 0) --hungReads_;
             r->failed = true;
             r->done = true;
             readHead_ = r->next;
@@ -100,7 +102,7 @@ void Instrument::pump() {
             cv_.notify_all();
             continue;
         }
-        if (r->stalled) break;
+        if (r->stalled || hungReads_ > 0) break;
         if (fifoCount_ < r->needed) break;
         if (r->needed > 0 && fifo_[(fifoHead_ + r->needed - 1) % kFifoReplies].readyNs > now) break;
         for (uint32_t i = 0; i < r->needed; ++i) {
@@ -114,6 +116,7 @@ void Instrument::pump() {
         if (statusInRead_) {
             if (badMagic_ > 0) --badMagic_;
             if (jesd_ > 0) --jesd_;
+            if (overloadReads_ > 0) --overloadReads_;
             statusInRead_ = false;
         }
         r->transferred = r->shortByOne && r->size > 0 ? r->size - 1 : r->size;
@@ -162,6 +165,7 @@ void Instrument::withdrawLocked(ReadRequest& r) {
     if (*link == &r) {
         *link = r.next;
         if (readTail_ == &r) readTail_ = prev;
+        if (hungReads_ > 0) --hungReads_;
     }
     r.next = nullptr;
     r.done = true;
@@ -281,7 +285,7 @@ void Instrument::renderStatus(const Reply& r, uint8_t* p) {
 
     put32(p, 24, static_cast<uint32_t>(r.runningTick));
     uint8_t flags = 0;
-    if (adcOverload_ || clippedSinceStatus_) flags |= 0x01;
+    if (adcOverload_ || overloadReads_ > 0 || clippedSinceStatus_) flags |= 0x01;
     clippedSinceStatus_ = false;
     if (pendingLoss_ > 0) {
         flags |= 0x04;

@@ -160,6 +160,12 @@ void Instrument::setFpgaLoadFails(bool fails) {
 void Instrument::injectBadMagic(int n) { std::lock_guard lock(mu_); badMagic_ = n; }
 void Instrument::injectJesdUnsynced(int n) { std::lock_guard lock(mu_); jesd_ = n; }
 void Instrument::setAdcOverload(bool on) { std::lock_guard lock(mu_); adcOverload_ = on; }
+void Instrument::injectAdcOverload(int reads) { std::lock_guard lock(mu_); overloadReads_ = std::max(reads, 0); }
+void Instrument::stopAnswering(int reads) {
+    std::lock_guard lock(mu_);
+    hungReads_ = std::max(reads, 0);
+    cv_.notify_all();
+}
 void Instrument::injectSampleLoss(int lost) { std::lock_guard lock(mu_); pendingLoss_ += lost; }
 void Instrument::failNextWrite() { std::lock_guard lock(mu_); failNextWrite_ = true; }
 void Instrument::shortNextRead() { std::lock_guard lock(mu_); shortNextRead_ = true; }

@@ -153,6 +153,12 @@ public:
     void failNextWrite();
     void shortNextRead();     // the next read completes one byte short
     void timeOutNextRead();   // the next read never completes
+    // The FPGA hangs: OUT blocks are taken and ignored, no reply is
+    // produced, and the next `reads` reads go unanswered until the host
+    // gives up on them. Later reads are answered again.
+    void stopAnswering(int reads);
+    // Overload flag in the status of the next `reads` reads.
+    void injectAdcOverload(int reads);
     void detach();            // cable pull
     bool detached() const;
     // Unknown words fail the write that holds them.
@@ -285,6 +291,8 @@ private:
     bool statusInRead_ = false;
     int jesd_ = 0;           // reads still to carry the JESD bit
     bool adcOverload_ = false;
+    int overloadReads_ = 0;  // reads still to carry the overload flag
+    int hungReads_ = 0;      // reads still to go unanswered
     int pendingLoss_ = 0;
     uint8_t lossCounter_ = 0;
     bool failNextWrite_ = false;

@@ -138,4 +138,22 @@ ZrStatus zrSimSetWaitScale(double factor) {
 
 double zrSimGetWaitScale(void) { return zr::sim::waitScale.load(); }
 
+ZrStatus zrSimInjectFault(int serial, ZrSimFault fault, int count) {
+    if (count < 0) return zrInvalidParameterErr;
+    int32_t raw;
+    std::memcpy(&raw, &fault, sizeof raw);
+    switch (raw) {
+        case zrSimFaultADCOverflow:
+            return withInstrument(serial, [&](zr::sim::Instrument& i) { i.injectAdcOverload(count); });
+        case zrSimFaultSampleLoss:
+            return withInstrument(serial, [&](zr::sim::Instrument& i) { i.injectSampleLoss(count); });
+        case zrSimFaultBadMagic:
+            return withInstrument(serial, [&](zr::sim::Instrument& i) { i.injectBadMagic(count); });
+        case zrSimFaultStopAnswering:
+            return withInstrument(serial, [&](zr::sim::Instrument& i) { i.stopAnswering(count); });
+        default:
+            return zrInvalidParameterErr;
+    }
+}
+
 }  // extern "C"

@@ -146,6 +146,9 @@ ZrStatus openUSBDevice(int* handle, int serial) {
     if (!handle) return zrNullPtrErr;
     const int index = firstFreeHandle();
     if (index < 0) return zrMaxDevicesErr;
+    // Two handles must never drive one instrument: one this process holds
+    // is not there for a second open.
+    if (isSerialOpen(serial)) return zrDeviceNotFoundErr;
 
     std::unique_ptr<DeviceInterfaceUSB> transport(new (std::nothrow) DeviceInterfaceUSB(2048));
     if (!transport) return zrAllocationErr;

@@ -88,7 +88,12 @@ void EngineSweepNarrow::onData(int tag, const uint8_t* data, int blocks) {
     writePos_ += kept;
 }
 
+ZrStatus EngineSweepNarrow::startSweep(int) {
+    return ZrStatus(transport_ ? transport_->statusNow() : zrNoError);
+}
+
 ZrStatus EngineSweepNarrow::finishSweep(int, float* sweepMin, float* sweepMax, int64_t* timestamp) {
+    if (const int32_t lost = transport_ ? transport_->statusNow() : 0) return ZrStatus(lost);
     if (pump_) acquire();
     if (const int32_t s = transport_ ? transport_->statusNow() : zrConnectionLostErr) return ZrStatus(s);
 

@@ -39,9 +39,9 @@ public:
     EngineSweepNarrow(ZrDevice& device, const ZrSweepSettings& settings, SweepPlan plan, const CommandList& list,
                       NarrowDecimation dec);
 
-    // There is no queue: a start does nothing, and every finish (whatever
-    // the position) acquires and processes one sweep.
-    ZrStatus startSweep(int position) override { return zrNoError; }
+    // There is no queue: a start only reports a lost link, and every finish
+    // (whatever the position) acquires and processes one sweep.
+    ZrStatus startSweep(int position) override;
     ZrStatus finishSweep(int position, float* sweepMin, float* sweepMax, int64_t* timestamp) override;
     ZrStatus getSweep(float* sweepMin, float* sweepMax, int64_t* timestamp) override {
         return finishSweep(0, sweepMin, sweepMax, timestamp);

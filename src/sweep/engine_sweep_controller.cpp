@@ -74,6 +74,8 @@ EngineSweepController::~EngineSweepController() {
 // ---------------------------------------------------------------- caller side
 
 ZrStatus EngineSweepController::startSweep(int position) {
+    // After a loss every call tells that story, until the next configuration.
+    if (const int32_t lost = transport_ ? transport_->statusNow() : 0) return ZrStatus(lost);
     if (position < 0 || position >= kSweepPositions) return zrInvalidSweepPositionErr;
     SweepPosition& pos = positions_[position];
     if (pos.active.load()) return zrInvalidSweepPositionErr;
@@ -112,6 +114,7 @@ ZrStatus EngineSweepController::startSweep(int position) {
 }
 
 ZrStatus EngineSweepController::finishSweep(int position, float* sweepMin, float* sweepMax, int64_t* timestamp) {
+    if (const int32_t lost = transport_ ? transport_->statusNow() : 0) return ZrStatus(lost);
     if (position < 0 || position >= kSweepPositions || !positions_[position].active.load()) {
         if (timestamp) *timestamp = 0;
         return zrInvalidSweepPositionErr;

@@ -58,6 +58,11 @@ public:
     virtual void BeginReadInto(int slot, void* buffer, int size) {}
     virtual void BeginRead(int slot, int size, int timeoutMs) = 0;
     virtual TransferResult FinishRead(int slot) = 0;
+    // Cancels every transfer in flight, so that their Finish calls return at
+    // once, failed unless the transfer had already completed. Called by the
+    // thread that began them, once the link is known lost: a silent
+    // instrument then costs one time-out, not one per transfer in flight.
+    virtual void Abort() {}
 
     // Records a failed or short transfer in the sticky status word. Data
     // threads store it while callers read it, so both go through atomics.

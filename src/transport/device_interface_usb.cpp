@@ -107,6 +107,12 @@ bool DeviceInterfaceUSB::Reset() {
     return device_->vendorReset();
 }
 
+void DeviceInterfaceUSB::Abort() {
+    for (auto* slots : {&writeSlots_, &readSlots_})
+        for (UsbSlot& s : *slots)
+            if (s.submitted && s.transfer) s.transfer->cancel();
+}
+
 void DeviceInterfaceUSB::BeginWrite(int slot, const void* block) {
     if (!validSlot(slot) || !device_ || !block) return;
     UsbSlot& s = writeSlots_[slot];

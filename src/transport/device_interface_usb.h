@@ -30,6 +30,7 @@ public:
     TransferResult FinishWrite(int slot) override;
     void BeginRead(int slot, int size, int timeoutMs) override;
     TransferResult FinishRead(int slot) override;
+    void Abort() override;
 
     // Takes the opened device; false when already attached or the device
     // cannot be claimed. The caller sets `connected`.

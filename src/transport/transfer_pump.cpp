@@ -77,6 +77,9 @@ void TransferPump::threadBody() {
     while (running_) {
         if (!step()) wake_.wait();
     }
+    // Stopping: nothing in flight is wanted any more, and a silent
+    // instrument must not hold the stop for a time-out per read.
+    if (reads_ > 0) transport_.Abort();
     while (reads_ > 0) {
         transport_.FinishRead(readFinish_);
         readFinish_ = (readFinish_ + 1) % kSlots;
@@ -86,6 +89,10 @@ void TransferPump::threadBody() {
 }
 
 bool TransferPump::step() {
+    if (lost_ || transport_.statusNow() != zrNoError) {
+        failEverything();
+        return false;
+    }
     if (reads_ == 0 && pending_ == 0 && takenCount_ == 0 && queueEmpty()) {
         retireAll();
         readBegin_ = readFinish_ = pageWrite_ = pageRetire_ = 0;
@@ -139,6 +146,10 @@ bool TransferPump::step() {
 void TransferPump::finishOneRead() {
     const TransferResult r = transport_.FinishRead(readFinish_);
     transport_.noteResult(r);
+    if (!r.good() && !lost_) {
+        lost_ = true;
+        transport_.Abort();
+    }
     readFinish_ = (readFinish_ + 1) % kSlots;
     --reads_;
     int m = int(r.requested / kReplyBytes);
@@ -198,6 +209,33 @@ void TransferPump::writeTaken() {
         ++written_;
     }
     takenCount_ = 0;
+}
+
+void TransferPump::failEverything() {
+    if (!lost_) {
+        lost_ = true;
+        transport_.Abort();
+    }
+    while (reads_ > 0) finishOneRead();
+    retireAll();
+    takenCount_ = 0;
+    pending_ = 0;
+    readBegin_ = readFinish_ = pageWrite_ = pageRetire_ = 0;
+    size_t tickets;
+    {
+        std::lock_guard g(lock_);
+        pageCount_ = 0;
+        tickets = ticketCount_;
+    }
+    for (; tickets > 0; --tickets) {
+        int owed;
+        {
+            std::lock_guard g(lock_);
+            const Ticket& t = tickets_[ticketHead_];
+            owed = t.dataLeft + t.statusLeft;
+        }
+        deliver(nullptr, owed);
+    }
 }
 
 void TransferPump::retireOne() {

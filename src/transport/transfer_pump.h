@@ -8,9 +8,10 @@
 //
 // A failed or short transfer is a lost link: the replies after a short one
 // cannot be placed, so the transport's sticky status turns to
-// zrConnectionLostErr and the read's replies are delivered with no data.
-// The accounting goes on unchanged, so every ticket still completes and no
-// caller waits for replies that will never come.
+// zrConnectionLostErr. From then on the pump sends nothing: it cancels what
+// is in flight and answers every reply still owed, and every list pushed
+// later, with no data at once, so every ticket completes and no caller
+// waits for replies that will never come.
 //
 // The loop runs either on a thread of its own (streaming engines, queued
 // sweeps) or on the caller's thread until everything pushed is done
@@ -89,6 +90,8 @@ private:
     void retireOne();
     void retireAll();
     bool queueEmpty();
+    // After a loss: everything in flight cancelled, every ticket answered.
+    void failEverything();
 
     DeviceInterface& transport_;
     TransferSink& sink_;
@@ -108,6 +111,7 @@ private:
     int written_ = 0;   // pages written and not yet retired
     int readBegin_ = 0, readFinish_ = 0, pageWrite_ = 0, pageRetire_ = 0;
     int owed_[DeviceInterface::kSlotCount] = {};
+    bool lost_ = false;
 
     std::atomic<bool> running_{true};
     Event wake_;

@@ -268,4 +268,17 @@ TEST_F(Lifecycle, ConfigureTrimsTheTimebaseForTheTemperatureItReads) {
     EXPECT_NE(words[0], words[1]);
 }
 
+TEST_F(Lifecycle, ASerialHeldOpenIsNotThereForASecondOpen) {
+    plug(zrDeviceTypeMesa2, 10000061);
+    const int h = open(10000061);
+    int second = -1;
+    EXPECT_EQ(zrOpenDeviceBySerial(&second, 10000061), zrDeviceNotFoundErr);
+    EXPECT_EQ(second, -1);
+    EXPECT_EQ(lookupDevice(h + 1), nullptr);
+    // The first handle still drives the instrument.
+    float volts = 0.0f;
+    EXPECT_EQ(zrGetDeviceDiagnostics(h, &volts, nullptr, nullptr), zrNoError);
+    EXPECT_GT(volts, 1.0f);
+}
+
 }  // namespace
