@@ -1,10 +1,17 @@
 // Calibration images as plain data: inquiries, the neutral image, single
 // temperature propagation, checksum, the timebase cache record and file I/O.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <string>
 
+#include "platform/error_log.h"
 #include "zr_correction_def.h"
 
 namespace zr {
@@ -125,22 +132,49 @@ const PreselectFilter& preselectFilter(int filter) {
 
 bool readImageFile(const char* path, void* image, size_t size) {
     if (!path || !image) return false;
-    std::error_code ec;
-    if (std::filesystem::is_directory(path, ec)) return false;
-    std::FILE* f = std::fopen(path, "rb");
-    if (!f) return false;
-    const size_t got = std::fread(image, 1, size, f);
-    std::fclose(f);
-    return got == size;
+    // Never blocks and never reads a device: a FIFO, a link to /dev/zero or
+    // a file of another size is no image of ours, whatever it holds.
+    const int fd = ::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0) {
+        if (errno != ENOENT) logError("Error: %s cannot open %s (errno %d)\n", __func__, path, errno);
+        return false;
+    }
+    struct stat st;
+    bool ok = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size == static_cast<off_t>(size);
+    if (!ok) logError("Error: %s ignored %s: not a regular file of %zu bytes\n", __func__, path, size);
+    size_t got = 0;
+    while (ok && got < size) {
+        const ssize_t n = ::read(fd, static_cast<uint8_t*>(image) + got, size - got);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) ok = false;
+        else got += static_cast<size_t>(n);
+    }
+    ::close(fd);
+    return ok;
 }
 
 bool writeImageFile(const char* path, const void* image, size_t size) {
     if (!path || !image) return false;
-    std::FILE* f = std::fopen(path, "wb");
-    if (!f) return false;
-    const size_t put = std::fwrite(image, 1, size, f);
-    const bool closed = std::fclose(f) == 0;
-    return put == size && closed;
+    // Written beside and renamed over: whatever stood at the path (a
+    // truncated file, a FIFO, a link) is replaced whole, and a reader never
+    // sees half an image.
+    const std::string tmp = std::string(path) + ".tmp";
+    ::unlink(tmp.c_str());
+    const int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
+    if (fd < 0) return false;
+    size_t put = 0;
+    while (put < size) {
+        const ssize_t n = ::write(fd, static_cast<const uint8_t*>(image) + put, size - put);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        put += static_cast<size_t>(n);
+    }
+    const bool closed = ::close(fd) == 0;
+    if (put != size || !closed || ::rename(tmp.c_str(), path) != 0) {
+        ::unlink(tmp.c_str());
+        return false;
+    }
+    return true;
 }
 
 void buildDummyCorrections(MesaCalData& image) {

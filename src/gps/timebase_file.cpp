@@ -25,17 +25,11 @@ bool writeTimebaseFile(const std::string& folder, int serial, const StoredTimeba
 }
 
 bool readTimebaseFile(const std::string& folder, int serial, StoredTimebase& record) {
-    const std::string path = timebaseFilePath(folder, serial);
-    std::error_code ec;
-    if (!std::filesystem::is_regular_file(path, ec)) return false;
-    std::FILE* f = std::fopen(path.c_str(), "rb");
-    if (!f) return false;
-    // One byte more than a record, so that a longer file shows as wrong.
-    uint8_t bytes[TimebaseCacheRecord::kSize + 1];
-    const size_t got = std::fread(bytes, 1, sizeof bytes, f);
-    std::fclose(f);
+    // A regular file of exactly one record, like the calibration cache.
+    uint8_t bytes[TimebaseCacheRecord::kSize];
+    if (!readImageFile(timebaseFilePath(folder, serial).c_str(), bytes, sizeof bytes)) return false;
     TimebaseCacheRecord r;
-    if (!decodeTimebaseCache(bytes, got, r)) return false;
+    if (!decodeTimebaseCache(bytes, sizeof bytes, r)) return false;
     record.valid = 1;
     record.timeSeconds = static_cast<int64_t>(r.date);
     record.tune = r.value;

@@ -3,6 +3,8 @@
 // drives real instruments.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -150,6 +152,47 @@ TEST_F(SimBus, ColdMesaLoadReadsFlashFillsTheCacheAndAWarmLoadUsesIt) {
     ASSERT_EQ(loadCalibrationUSB(warm, 41000006), zrNoError);
     EXPECT_EQ(warm.image[0x50000], bytes[0x50000]);
     EXPECT_TRUE(inst->running());
+}
+
+TEST_F(SimBus, ACacheThatIsNoRegularImageFileFallsBackToFlashAndIsRewritten) {
+    // Each stands where the cache belongs while the instrument runs, so the
+    // warm path meets it first: none may block, be read or be believed.
+    auto inst = plug(zrDeviceTypeMesa2, 41000016);
+    auto image = test::makeMesaImage();
+    const auto* bytes = reinterpret_cast<const uint8_t*>(image.get());
+    inst->programFlash(kImageFlashOffset, bytes, 0x250000);
+    const std::string cache = calCachePath(41000016);
+    const struct { const char* what; void (*make)(const std::string&); } rows[] = {
+        {"fifo", [](const std::string& p) { ASSERT_EQ(::mkfifo(p.c_str(), 0644), 0); }},
+        {"link to /dev/zero", [](const std::string& p) { std::filesystem::create_symlink("/dev/zero", p); }},
+        {"truncated", [](const std::string& p) { std::filesystem::resize_file(p + ".keep", 1000), std::filesystem::rename(p + ".keep", p); }},
+        {"directory", [](const std::string& p) { std::filesystem::create_directory(p); }},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.what);
+        DeviceInterfaceUSB cold;
+        ASSERT_EQ(loadCalibrationUSB(cold, 41000016), zrNoError);
+        cold.Close();
+        std::filesystem::copy_file(cache, cache + ".keep");
+        std::filesystem::remove(cache);
+        r.make(cache);
+        std::filesystem::remove(cache + ".keep");
+
+        const auto t0 = std::chrono::steady_clock::now();
+        DeviceInterfaceUSB warm;
+        if (std::string(r.what) == "directory") {
+            // A folder in its way cannot be replaced; flash still serves.
+            ASSERT_EQ(loadCalibrationUSB(warm, 41000016), zrNoError);
+            EXPECT_EQ(std::memcmp(warm.image.data(), bytes, 0x250000), 0);
+            std::filesystem::remove(cache);
+            continue;
+        }
+        ASSERT_EQ(loadCalibrationUSB(warm, 41000016), zrNoError);
+        EXPECT_LT(std::chrono::steady_clock::now() - t0, 10s);
+        EXPECT_EQ(std::memcmp(warm.image.data(), bytes, 0x250000), 0);
+        EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(cache)));
+        EXPECT_EQ(std::filesystem::file_size(cache), kMesaImageSize);
+    }
 }
 
 TEST_F(SimBus, CacheNewerThanFlashKeepsItsTablesAndTakesTheHeadFromFlash) {
