@@ -54,6 +54,8 @@ ZrStatus clampFrequency(const ZrDevice& dev, double& f) {
 }
 
 ZrStatus storeSweepEdges(ZrDevice& dev, double start, double stop) {
+    // A reversed range has no nearest legal value.
+    if (stop < start) return zrInvalidParameterErr;
     bool moved = clampValue(start, kMinFrequency, dev.maxFrequency);
     moved |= clampValue(stop, kMinFrequency, dev.maxFrequency);
     dev.sweep.center = (start + stop) / 2.0;
@@ -98,6 +100,8 @@ ZR_EXPORT ZrStatus zrSetSweepStartStop(int device, double start, double stop) {
 ZR_EXPORT ZrStatus zrSetSweepCoupling(int device, double rbw, double vbw, double sweepTime) {
     return withDevice(device, [&](ZrDevice& d) {
         if (!isFiniteArg(rbw) || !isFiniteArg(vbw) || !isFiniteArg(sweepTime)) return zrInvalidParameterErr;
+        // A resolution bandwidth of zero or less has no meaning to clamp to.
+        if (!(rbw > 0.0)) return zrInvalidParameterErr;
         bool moved = false;
         if (vbw > rbw) { vbw = rbw; moved = true; }
         if (rbw / 10000.0 > vbw) { vbw = rbw / 10000.0; moved = true; }

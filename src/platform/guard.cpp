@@ -3,6 +3,7 @@
 #include <new>
 #include <stdexcept>
 
+#include "platform/checked.h"
 #include "platform/error_log.h"
 
 namespace zr {
@@ -12,6 +13,9 @@ ZrStatus statusForException(std::exception_ptr e, const char* where) noexcept {
         std::rethrow_exception(e);
     } catch (const std::bad_alloc&) {
         return zrAllocationErr;
+    } catch (const OutOfRange&) {
+        // Settings that a plan cannot turn into counts and sizes.
+        return zrInvalidParameterErr;
     } catch (const std::length_error&) {
         // A size past what a container can hold: the same story for the
         // caller as memory that is not there.

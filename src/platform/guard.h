@@ -2,8 +2,9 @@
 // Where exceptions stop. Nothing thrown inside the library crosses the C
 // interface: every export runs its work through guarded() (or withDevice(),
 // which adds the handle checks). An allocation failure answers
-// zrAllocationErr; anything else is logged once with the export's name and
-// answers zrMeasErr.
+// zrAllocationErr, settings that a plan cannot turn into counts and sizes
+// (OutOfRange) zrInvalidParameterErr; anything else is logged once with the
+// export's name and answers zrMeasErr.
 #include <exception>
 #include <source_location>
 

@@ -29,8 +29,9 @@ struct NarrowDecimation {
 };
 NarrowDecimation narrowDecimation(double span, double baseRate);
 
-// The plan, its list and the derived sweep fields. Returns 0 or
-// zrSpanLimitedByPreselector. Tunes through the device's RF state.
+// The plan, its list and the derived sweep fields. Returns 0,
+// zrSpanLimitedByPreselector, or zrAllocationErr when one sweep's samples
+// would pass 1 GiB. Tunes through the device's RF state.
 ZrStatus buildNarrowPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list, NarrowDecimation& dec);
 
 class EngineSweepNarrow final : public SweepEngine, private TransferSink {

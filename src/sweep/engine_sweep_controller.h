@@ -49,6 +49,8 @@ struct SweepPosition {
 // 512 MiB each, so that a position, its ring and its FFTs stay near a
 // gigabyte and sixteen positions fit in a workstation's memory.
 constexpr int64_t kMaxSweepTraceValues = int64_t(1) << 27;
+// Capture blocks of one sweep at most (2048 samples each).
+constexpr int64_t kMaxSweepBlocks = int64_t(1) << 22;
 
 // Fills the plan, its list and the derived sweep fields of the device.
 // Tunes through the device's RF state; sends nothing. False, with only the

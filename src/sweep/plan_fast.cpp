@@ -179,6 +179,7 @@ ZrStatus planSweepFast(ZrDevice& dev) {
     SweepPlan plan;
     CommandList configList, sweepList;
     buildFastPlan(dev, plan, configList, sweepList);
+    if (dev.sweep.sweepLength < 1 || plan.startBin < 0) return zrInvalidParameterErr;
     sendPendingRidgeWake(dev);
     dev.engine = std::make_unique<EngineSweepFast>(dev, dev.sweep, std::move(plan), configList, sweepList);
     return zrNoError;

@@ -4,11 +4,12 @@
 #include <cstdint>
 
 #include "device/device.h"
+#include "platform/checked.h"
 
 namespace zr::planning {
 
-inline int32_t truncI(double x) { return static_cast<int32_t>(x); }
-inline int32_t roundI(double x) { return static_cast<int32_t>(std::floor(x + 0.5)); }
+inline int32_t truncI(double x) { return truncChecked(x); }
+inline int32_t roundI(double x) { return roundChecked(x); }
 
 // The gain code of a calibration slice, from the family's record.
 inline uint8_t gainCodeFor(const ZrDevice& dev, int calSlice) {

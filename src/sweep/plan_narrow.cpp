@@ -24,6 +24,7 @@ using planning::truncI;
 constexpr int kMaxDecimation = 256;
 constexpr int kMaxHardwareDecimation = 8;
 constexpr int kMaxFft = 0x2000000;
+constexpr int64_t kMaxNarrowSamples = int64_t(1) << 27;
 constexpr double kDdcStepHz = 244140.625;
 constexpr double kPreselectTopHz = 6.45e8;
 constexpr uint32_t kSecondPassDdcOffset = 160;
@@ -71,7 +72,9 @@ ZrStatus buildNarrowPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list, Narr
     plan.zeroPad = fft - w;
     plan.usableBins = (fft / 32) * 25;
     plan.firstUsableBin = (fft - plan.usableBins) / 2;
-    plan.vbwRatio = std::min(s.vbw / s.rbw, 1.0);
+    // The setter keeps VBW within four decades below RBW; an RBW clamped
+    // since then must not stretch the ratio past that.
+    plan.vbwRatio = std::clamp(s.vbw / s.rbw, 1e-4, 1.0);
     plan.fftCount = truncI(std::ceil(1.0 / plan.vbwRatio));
     const int hop = fft / 4;
     int64_t needed = int64_t(plan.fftCount - 1) * hop + fft;
@@ -85,6 +88,9 @@ ZrStatus buildNarrowPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list, Narr
     plan.passes = s.spurReject != 0 ? 2 : 1;
     plan.stepCount = 1;
     plan.startBin = 0;
+    // The samples of one sweep are kept whole: at most 1 GiB of them.
+    if (int64_t(plan.blocksPerStep) * plan.passes * kCaptureBlockSamples / dec.software > kMaxNarrowSamples)
+        return zrAllocationErr;
 
     const double binSize = r / fft;
     const int q = roundI(s.span / binSize);
@@ -187,6 +193,9 @@ ZrStatus planSweepNarrow(ZrDevice& dev) {
     CommandList list;
     NarrowDecimation dec;
     const ZrStatus status = buildNarrowPlan(dev, plan, list, dec);
+    if (status < zrNoError) return status;
+    if (dev.sweep.sweepLength < 1 || plan.firstKeptBin < 0 || plan.firstKeptBin + dev.sweep.sweepLength > plan.fftSize)
+        return zrInvalidParameterErr;
     sendPendingRidgeWake(dev);
     dev.engine = std::make_unique<EngineSweepNarrow>(dev, dev.sweep, std::move(plan), list, dec);
     return status;

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "device/device.h"
+#include "platform/checked.h"
 #include "dsp/window.h"
 #include "rf/rf_glue.h"
 #include "sweep/engine_sweep_controller.h"
@@ -19,8 +20,8 @@ constexpr double kSliceSeconds = 2.5e-5;     // what a slice costs besides its b
 constexpr uint32_t kMesaLoSettlePause = 64000;
 constexpr uint32_t kSecondPassDdcOffset = 160;
 
-int32_t truncI(double x) { return static_cast<int32_t>(x); }
-int32_t roundI(double x) { return static_cast<int32_t>(std::floor(x + 0.5)); }
+int32_t truncI(double x) { return truncChecked(x); }
+int32_t roundI(double x) { return roundChecked(x); }
 
 int nextPow2AtLeast(int n, int minimum) {
     int p = minimum;
@@ -222,7 +223,9 @@ bool buildControllerPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list) {
     plan.fftSize = nextPow2AtLeast(plan.windowSize, 32);
     plan.zeroPad = plan.fftSize - plan.windowSize;
 
-    plan.vbwRatio = std::min(s.vbw / s.rbw, 1.0);
+    // The setter keeps VBW within four decades below RBW; an RBW clamped
+    // since then must not stretch the ratio past that.
+    plan.vbwRatio = std::clamp(s.vbw / s.rbw, 1e-4, 1.0);
     plan.fftCount = truncI(std::ceil(1.0 / plan.vbwRatio));
     const int hop = plan.fftSize / 4;
     const int64_t samplesNeeded = int64_t(plan.fftCount - 1) * hop + plan.windowSize;
@@ -261,6 +264,9 @@ bool buildControllerPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list) {
     // are FFT-sized too. The preselector may split a slice into four.
     const int64_t stepsAtMost = int64_t(sliceCount) * (dev.preselectorEnabled ? 4 : 1);
     if (stepsAtMost * plan.fftSize > kMaxSweepTraceValues) return false;
+    // A list of more capture blocks than about three minutes of samples is
+    // no sweep anyone waits for, and its command list alone would be large.
+    if (stepsAtMost * plan.passes * plan.blocksPerStep > kMaxSweepBlocks) return false;
 
     PlanBuilder b(dev, plan, list);
     b.ridge = dev.ridge();
@@ -290,6 +296,7 @@ ZrStatus planSweepController(ZrDevice& dev) {
     SweepPlan plan;
     CommandList list;
     if (!buildControllerPlan(dev, plan, list)) return zrAllocationErr;
+    if (dev.sweep.sweepLength < 1 || plan.startBin < 0) return zrInvalidParameterErr;
     sendPendingRidgeWake(dev);
     dev.engine = std::make_unique<EngineSweepController>(dev, dev.sweep, std::move(plan), list);
     return zrNoError;

@@ -28,6 +28,9 @@ bool fastSweepEligible(const ZrSweepSettings& s, bool preselector) {
 
 ZrStatus configureSweeping(ZrDevice& dev) {
     ZrSweepSettings& s = dev.sweep;
+    // The setters keep these sane; a record written some other way is
+    // refused here rather than planned.
+    if (!(s.span >= 0.0) || !(s.rbw > 0.0) || !(s.vbw > 0.0)) return zrInvalidParameterErr;
     if (s.span <= kNarrowSpanMax) return planSweepNarrow(dev);
     s.rbw = std::clamp(s.rbw, kMinRBW, kMaxRBW);
     switch (s.speed) {

@@ -261,6 +261,39 @@ TEST_F(SweepEngine, SettingsBeyondMemoryAreRefusedBeforeAnythingIsAllocated) {
     EXPECT_EQ(zrGetSweep(handle, nullptr, maxTrace.data(), nullptr), zrNoError);
 }
 
+TEST_F(SweepEngine, HostileSettingsGiveAStatusAndEverySweepCopiesWhatItPromised) {
+    // Combinations that once planned negative lengths or overflowed a
+    // count: each either configures, and then a sweep fills exactly the
+    // length it reports, or is refused with a status.
+    struct Row { double start, stop, rbw, vbw, time; ZrSweepSpeed speed; };
+    const Row rows[] = {
+        {3e9, 1e9, 1e5, 1e5, 0.0, zrSweepSpeedNormal},          // reversed range
+        {1e9, 1e9, 1e5, 1e5, 0.0, zrSweepSpeedNormal},          // no span at all
+        {1e9, 1.1e9, 0.0, 1e5, 0.0, zrSweepSpeedNormal},        // no RBW
+        {1e9, 1.1e9, -3e4, -3e4, 0.0, zrSweepSpeedAuto},
+        {1e9, 1.1e9, 5e-324, 5e-324, 0.0, zrSweepSpeedNormal},  // RBW clamped up, VBW left behind
+        {1e9, 1.001e9, 1e-300, 1e-304, 0.0, zrSweepSpeedNormal},
+        {1e9, 1.001e9, 3e6, 300.0, 100.0, zrSweepSpeedNormal},  // narrow, a hundred seconds of samples
+        {1e9, 1.1e9, 1e300, 1e300, 0.0, zrSweepSpeedFast},
+    };
+    for (const Row& r : rows) {
+        SCOPED_TRACE(testing::Message() << r.start << ".." << r.stop << " rbw " << r.rbw << " vbw " << r.vbw);
+        zrSetSweepSpeed(handle, r.speed);
+        zrSetSweepStartStop(handle, r.start, r.stop);
+        zrSetSweepCoupling(handle, r.rbw, r.vbw, r.time);
+        const ZrStatus configured = zrConfigure(handle, zrModeSweeping);
+        if (configured < zrNoError) continue;
+        int n = 0;
+        ASSERT_EQ(zrGetSweepParameters(handle, nullptr, nullptr, nullptr, nullptr, &n), zrNoError);
+        ASSERT_GT(n, 0);
+        ASSERT_LT(n, 50000000);
+        std::vector<float> trace(size_t(n) + 1, 7.0f);
+        EXPECT_GE(zrGetSweep(handle, trace.data(), nullptr, nullptr), zrNoError);
+        EXPECT_NE(trace[size_t(n) - 1], 7.0f);
+        EXPECT_EQ(trace[size_t(n)], 7.0f);
+    }
+}
+
 TEST_F(SweepEngine, ASlowHostIsReportedAsCpuLimited) {
     // A ring of three steps: the USB thread must wait for the work threads
     // within every sweep, and says so; the data still arrive whole.
