@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <cstring>
 
+#include "calibration/image_check.h"
 #include "platform/data_folder.h"
+#include "platform/error_log.h"
 #include "transport/command_list.h"
 #include "transport/wait.h"
 #include "zr_correction_def.h"
@@ -27,6 +29,18 @@ constexpr size_t kRidgeChecksumBlockOffset = 0x7F8000;
 bool cacheFilePresent(const std::string& path) {
     struct stat st;
     return ::stat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode);
+}
+
+// The cache file into the image, unless its values are not plausible (a
+// damaged file is then as good as none, and flash is read instead).
+bool readTrustedCache(const std::string& path, DeviceInterfaceUSB& t, bool ridge, size_t size) {
+    if (!readImageFile(path.c_str(), t.image.data(), size)) return false;
+    if (const size_t bad = checkCalibrationValues(t.image.data(), ridge, false)) {
+        logError("Error: %s ignored %s: %zu implausible values\n", __func__, path.c_str(), bad);
+        std::fill(t.image.begin(), t.image.end(), uint8_t(0xFF));
+        return false;
+    }
+    return true;
 }
 
 void readBlocks(DeviceInterfaceUSB& t, int count) {
@@ -73,9 +87,10 @@ int32_t loadCalibrationUSB(DeviceInterfaceUSB& t, int serial) {
 
     auto cls = ClassifyUSB(*info);
     if (cls && cls->running) {
-        if (cacheFilePresent(cache) && readImageFile(cache.c_str(), t.image.data(), size)) {
+        if (cacheFilePresent(cache) && readTrustedCache(cache, t, ridge, size)) {
             if (ridge && checksumFails(t)) t.calInvalid = 1;
             if (!attach(t, *info)) return zrDeviceNotFoundErr;
+            checkCalibrationValues(t.image.data(), ridge, true);  // fills what was never written
             return zrNoError;
         }
         // No usable cache: flash is readable only in the boot state.
@@ -88,14 +103,24 @@ int32_t loadCalibrationUSB(DeviceInterfaceUSB& t, int serial) {
     cls = ClassifyUSB(*info);
     if (cls && !cls->running) {
         if (!attach(t, *info)) return zrDeviceNotFoundErr;
-        const bool fileOk = cacheFilePresent(cache) && readImageFile(cache.c_str(), t.image.data(), size);
+        const bool fileOk = cacheFilePresent(cache) && readTrustedCache(cache, t, ridge, size);
         const uint32_t fileDate = fileOk ? imageDate(t, ridge) : 0;
         readBlocks(t, kShortBlocks);  // overwrites the head the file gave
         const uint32_t flashDate = imageDate(t, ridge);
         const bool flashHas = zrCalDoesCorrectionsExist(t.image.data());
         if (flashHas && (!fileOk || fileDate < flashDate)) readFull(t, ridge);
         if (flashHas && ridge && checksumFails(t)) t.calInvalid = 1;
-        if (flashHas && (!fileOk || flashDate > fileDate)) writeImageFile(cache.c_str(), t.image.data(), size);
+        // Implausible values in flash: the open goes on with neutral ones in
+        // their place and says the calibration is damaged; such an image
+        // is not worth a cache.
+        const size_t bad = checkCalibrationValues(t.image.data(), ridge, true);
+        if (bad > 0) {
+            t.calInvalid = 1;
+            logError("Error: %s calibration of %08d has %zu implausible values; neutral ones used\n", __func__,
+                     serial, bad);
+        } else if (flashHas && (!fileOk || flashDate > fileDate)) {
+            writeImageFile(cache.c_str(), t.image.data(), size);
+        }
         t.Close();
         const int32_t booted = BootToRun(serial);
         if (booted != 0) return booted;

@@ -43,9 +43,10 @@ EngineSweepFast::EngineSweepFast(ZrDevice& device, const ZrSweepSettings& settin
     const size_t tickets = 2 * kSweepPositions + 2;
     pump_ = std::make_unique<TransferPump>(*transport_, static_cast<TransferSink&>(*this), kPumpLimits, tickets,
                                            tickets * std::max(sweepList_.blockCount(), configList_.blockCount()));
-    pump_->push(kConfigTag, configList_);
-    pump_->push(kConfigTag, configList_);
+    for (int i = 0; i < 2; ++i)
+        if (!pump_->push(kConfigTag, configList_)) configLeft_ -= 1;
     pump_->start("EngineSweepFast::AcquisitionThread", ThreadPriority::Normal);
+    if (configLeft_.load() > 0) configDone_.wait();
 }
 
 EngineSweepFast::~EngineSweepFast() { pump_.reset(); }
@@ -192,6 +193,7 @@ void EngineSweepFast::onStatus(int position, const uint8_t* block) {
 
 void EngineSweepFast::onTicketDone(int position) {
     if (position != kConfigTag) positions_[position].doneEvent.set();
+    else if (configLeft_.fetch_sub(1) == 1) configDone_.set();
 }
 
 }  // namespace zr

@@ -36,8 +36,9 @@ inline int fastFetchBlocks(int blocksPerStep) { return blocksPerStep == 4 ? 3 : 
 class EngineSweepFast final : public SweepEngine, private TransferSink {
 public:
     // Sends the configuration twice (the first spectrum after arming is
-    // thrown away, and so is a second) and starts the thread. Throws
-    // std::bad_alloc when memory runs out.
+    // thrown away, and so is a second), starts the thread and waits for both
+    // answers (or the loss of the link). Throws std::bad_alloc when memory
+    // runs out.
     EngineSweepFast(ZrDevice& device, const ZrSweepSettings& settings, SweepPlan plan, const CommandList& configList,
                     const CommandList& sweepList);
     ~EngineSweepFast() override;
@@ -69,6 +70,10 @@ private:
 
     std::array<SweepPosition, kSweepPositions> positions_;
     std::vector<float> halfRow_;
+    // The configuration's two replies: the constructor returns once both
+    // are in, so that nothing else uses the command slot meanwhile.
+    std::atomic<int> configLeft_{2};
+    Event configDone_{true};
     std::unique_ptr<TransferPump> pump_;  // last: its thread stops first
 };
 

@@ -131,17 +131,19 @@ void AppendUnloadFx3(CommandList& list) {
 void AppendIFFilter(CommandList& list, int band, int subBand, const float* taps126, bool ridge) {
     constexpr int kPairs = 63;
     int32_t a[kPairs], b[kPairs];
+    // Range first, conversion after: a tap that is not finite or does not
+    // fit its lane (calibration tables gone wrong) must never reach the
+    // cast, and sends the pass-through filter instead.
     auto scale = [&](const float* taps) {
-        bool fits = true;
         for (int p = 0; p < kPairs; ++p) {
-            a[p] = static_cast<int32_t>(taps[2 * p] * 131071.0);
-            b[p] = static_cast<int32_t>(taps[2 * p + 1] * 131071.0);
+            const double x = taps[2 * p] * 131071.0, y = taps[2 * p + 1] * 131071.0;
             const bool wide = p >= 30 && p <= 32;
-            const int32_t lo = wide ? -131072 : -32768;
-            const int32_t hi = wide ? 131071 : 32767;
-            if (a[p] < lo || a[p] > hi || b[p] < lo || b[p] > hi) fits = false;
+            const double lo = wide ? -131072.0 : -32768.0, hi = wide ? 131071.0 : 32767.0;
+            if (!(x > lo - 1.0 && x < hi + 1.0 && y > lo - 1.0 && y < hi + 1.0)) return false;
+            a[p] = static_cast<int32_t>(x);
+            b[p] = static_cast<int32_t>(y);
         }
-        return fits;
+        return true;
     };
     if (!scale(taps126)) {
         float passThrough[2 * kPairs] = {};
