@@ -5,6 +5,8 @@
 
 #include <sys/stat.h>
 
+#include <limits>
+
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -193,6 +195,43 @@ TEST_F(SimBus, ACacheThatIsNoRegularImageFileFallsBackToFlashAndIsRewritten) {
         EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(cache)));
         EXPECT_EQ(std::filesystem::file_size(cache), kMesaImageSize);
     }
+}
+
+TEST_F(SimBus, ImplausibleCalibrationValuesAreNeverUsed) {
+    // An infinite gain and a NaN phase: in the cache the file is refused
+    // and flash read instead; in flash the open goes on with neutral values
+    // and says the calibration is damaged.
+    auto inst = plug(zrDeviceTypeMesa2, 41000026);
+    auto image = test::makeMesaImage();
+    const auto* bytes = reinterpret_cast<const uint8_t*>(image.get());
+    inst->programFlash(kImageFlashOffset, bytes, 0x250000);
+    const size_t gainAt = offsetof(MesaCalData, gain) + 4 * 123, phaseAt = offsetof(MesaCalData, ifPhase) + 4 * 77;
+    const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
+    {
+        DeviceInterfaceUSB cold;
+        ASSERT_EQ(loadCalibrationUSB(cold, 41000026), zrNoError);
+    }
+    std::vector<uint8_t> damaged(bytes, bytes + kMesaImageSize);
+    std::memcpy(damaged.data() + gainAt, &inf, 4);
+    std::memcpy(damaged.data() + phaseAt, &nan, 4);
+    ASSERT_TRUE(writeImageFile(calCachePath(41000026).c_str(), damaged.data(), kMesaImageSize));
+    DeviceInterfaceUSB warm;
+    ASSERT_EQ(loadCalibrationUSB(warm, 41000026), zrNoError);
+    EXPECT_EQ(std::memcmp(warm.image.data() + gainAt, bytes + gainAt, 4), 0);
+    EXPECT_EQ(warm.calInvalid, 0);
+    warm.Close();
+
+    std::filesystem::remove(calCachePath(41000026));
+    inst->programFlash(kImageFlashOffset, damaged.data(), 0x250000);
+    DeviceInterfaceUSB fromFlash;
+    ASSERT_EQ(loadCalibrationUSB(fromFlash, 41000026), zrNoError);
+    EXPECT_EQ(fromFlash.calInvalid, 1);
+    float gain = 1.0f, phase = 1.0f;
+    std::memcpy(&gain, fromFlash.image.data() + gainAt, 4);
+    std::memcpy(&phase, fromFlash.image.data() + phaseAt, 4);
+    EXPECT_EQ(gain, 0.0f);
+    EXPECT_EQ(phase, 0.0f);
+    EXPECT_FALSE(std::filesystem::exists(calCachePath(41000026)));
 }
 
 TEST_F(SimBus, CacheNewerThanFlashKeepsItsTablesAndTakesTheHeadFromFlash) {
