@@ -38,6 +38,9 @@ constexpr uint16_t kNoTimebaseValue = 0xFFFF;
 // Offsets shared by both records, so byte-pointer inquiries need no family.
 constexpr size_t kCalDateOffset = 0x40000;
 constexpr size_t kCalVersionOffset = 0x40004;
+// The record version this library reads; 3 and above come from newer
+// calibration stations.
+constexpr uint32_t kCalVersionRead = 2;
 
 #define ZR_AT(T, f, off) static_assert(offsetof(T, f) == (off), #T "." #f)
 ZR_AT(MesaCalData, flashHeader, 0);

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <algorithm>
 #include <cstring>
 
 #include "calibration/image_check.h"
@@ -31,12 +32,33 @@ bool cacheFilePresent(const std::string& path) {
     return ::stat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode);
 }
 
-// The cache file into the image, unless its values are not plausible (a
-// damaged file is then as good as none, and flash is read instead).
-bool readTrustedCache(const std::string& path, DeviceInterfaceUSB& t, bool ridge, size_t size) {
+bool checksumFails(const DeviceInterfaceUSB& t);
+
+// Why a cache file is not this instrument's calibration, or null when it
+// is: it must be an image of the family's size (checked by the read), carry
+// the instrument's serial (where it carries one), be of a record version
+// this library reads, hold its checksum (Ridge) and hold plausible values.
+// A file copied from elsewhere, damaged, or written by another family would
+// otherwise give levels that look right and are not.
+const char* cacheRefusal(DeviceInterfaceUSB& t, bool ridge, int serial, size_t* bad) {
+    const uint8_t* image = t.image.data();
+    uint32_t recorded;
+    std::memcpy(&recorded, image, 4);
+    if (recorded != 0xFFFFFFFFu && recorded != static_cast<uint32_t>(serial)) return "the serial in it is another";
+    const uint32_t version = zrCalGetCalVersion(image);
+    if (zrCalDoesCorrectionsExist(image) && version != kCalVersionRead) return "its record version is unknown here";
+    if (ridge && zrCalDoesCorrectionsExist(image) && checksumFails(t)) return "its checksum fails";
+    if ((*bad = checkCalibrationValues(t.image.data(), ridge, false)) > 0) return "it holds implausible values";
+    return nullptr;
+}
+
+// The cache file into the image, unless it is refused (a refused file is as
+// good as none: flash is read instead, and the cache rewritten from it).
+bool readTrustedCache(const std::string& path, DeviceInterfaceUSB& t, bool ridge, int serial, size_t size) {
     if (!readImageFile(path.c_str(), t.image.data(), size)) return false;
-    if (const size_t bad = checkCalibrationValues(t.image.data(), ridge, false)) {
-        logError("Error: %s ignored %s: %zu implausible values\n", __func__, path.c_str(), bad);
+    size_t bad = 0;
+    if (const char* why = cacheRefusal(t, ridge, serial, &bad)) {
+        logError("Error: %s ignored %s: %s (%zu implausible values)\n", __func__, path.c_str(), why, bad);
         std::fill(t.image.begin(), t.image.end(), uint8_t(0xFF));
         return false;
     }
@@ -87,7 +109,7 @@ int32_t loadCalibrationUSB(DeviceInterfaceUSB& t, int serial) {
 
     auto cls = ClassifyUSB(*info);
     if (cls && cls->running) {
-        if (cacheFilePresent(cache) && readTrustedCache(cache, t, ridge, size)) {
+        if (cacheFilePresent(cache) && readTrustedCache(cache, t, ridge, serial, size)) {
             if (ridge && checksumFails(t)) t.calInvalid = 1;
             if (!attach(t, *info)) return zrDeviceNotFoundErr;
             checkCalibrationValues(t.image.data(), ridge, true);  // fills what was never written
@@ -103,7 +125,7 @@ int32_t loadCalibrationUSB(DeviceInterfaceUSB& t, int serial) {
     cls = ClassifyUSB(*info);
     if (cls && !cls->running) {
         if (!attach(t, *info)) return zrDeviceNotFoundErr;
-        const bool fileOk = cacheFilePresent(cache) && readTrustedCache(cache, t, ridge, size);
+        const bool fileOk = cacheFilePresent(cache) && readTrustedCache(cache, t, ridge, serial, size);
         const uint32_t fileDate = fileOk ? imageDate(t, ridge) : 0;
         readBlocks(t, kShortBlocks);  // overwrites the head the file gave
         const uint32_t flashDate = imageDate(t, ridge);

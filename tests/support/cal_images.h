@@ -89,10 +89,10 @@ inline uint32_t referenceRidgeChecksum(const RidgeCalData& image) {
     return sum;
 }
 
-inline std::unique_ptr<MesaCalData> makeMesaImage() {
+// `serial` goes in the head, where a cache is checked against the instrument.
+inline std::unique_ptr<MesaCalData> makeMesaImage(uint32_t serial = 18000123) {
     auto im = std::make_unique<MesaCalData>();
     buildDummyCorrections(*im);
-    const uint32_t serial = 18000123;
     std::memcpy(im->flashHeader, &serial, 4);
     for (int b = 0; b < 4; ++b)
         for (int c = 0; c < 256; ++c) im->loFreq[b][c] = static_cast<float>(3000.0 + 1000.0 * b + 3.9 * c);
@@ -102,10 +102,9 @@ inline std::unique_ptr<MesaCalData> makeMesaImage() {
     return im;
 }
 
-inline std::unique_ptr<RidgeCalData> makeRidgeImage() {
+inline std::unique_ptr<RidgeCalData> makeRidgeImage(uint32_t serial = 19000456) {
     auto im = std::make_unique<RidgeCalData>();
     buildDummyCorrections(*im);
-    const uint32_t serial = 19000456;
     std::memcpy(im->flashHeader, &serial, 4);
     for (int i = 0; i < 513; ++i) {
         im->cbbCore[i] = static_cast<uint8_t>(i % 3);

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <filesystem>
 #include <cmath>
 #include <numeric>
 #include <vector>
@@ -118,6 +120,45 @@ TEST_P(SweepLevel, SpurRejectionLeavesAToneWhereItIs) {
             }
         }
     }
+}
+
+TEST(SweepLevelCache, AnotherFamilysCacheUnderTheSameSerialIsRefused) {
+    // A Ridge2 leaves its 8 MiB calibration in the cache; a Mesa2 that comes
+    // along with the same serial must not believe it.
+    test::TempFolder folder;
+    test::Watchdog dog{std::chrono::seconds(120)};
+    ASSERT_EQ(zrSetDataFolder(folder.str().c_str()), zrNoError);
+    zrSimSetWaitScale(0.0);
+    constexpr int kSerial = 10005252;
+    int h = -1;
+    ASSERT_EQ(zrSimAttachUSB(zrDeviceTypeRidge2, kSerial), zrNoError);
+    ASSERT_GE(zrOpenDeviceBySerial(&h, kSerial), zrNoError);
+    zrCloseDevice(h);
+    zrSimDetach(kSerial);
+
+    ASSERT_EQ(zrSimAttachUSB(zrDeviceTypeMesa2, kSerial), zrNoError);
+    ASSERT_EQ(zrOpenDeviceBySerial(&h, kSerial), zrNoError);
+    sim::findInstrument(kSerial)->setPaced(false);
+    zrSimAddTone(kSerial, 1e9, -30.0);
+    zrSetSweepSpeed(h, zrSweepSpeedNormal);
+    zrSetSweepWindow(h, zrWindowFlatTop);
+    zrSetSweepCenterSpan(h, 1e9, 2e7);
+    zrSetSweepCoupling(h, 3e4, 3e4, 0.0);
+    for (int atten : {-1, 0, 2, 4, 6}) {
+        zrSetAttenuator(h, atten);
+        ASSERT_GE(zrConfigure(h, zrModeSweeping), zrNoError);
+        int n = 0;
+        zrGetSweepParameters(h, nullptr, nullptr, nullptr, nullptr, &n);
+        std::vector<float> trace(static_cast<size_t>(n), 0.0f);
+        ASSERT_GE(zrGetSweep(h, nullptr, trace.data(), nullptr), zrNoError);
+        EXPECT_NEAR(*std::max_element(trace.begin(), trace.end()), -30.0, 0.5) << "atten " << atten;
+    }
+    zrCloseDevice(h);
+    zrSimDetach(kSerial);
+    char name[32];
+    std::snprintf(name, sizeof name, "cal_files/zr%08d.bin", kSerial);
+    EXPECT_EQ(std::filesystem::file_size(folder.path() / name), sizeof(MesaCalData));
+    zrSimSetWaitScale(1.0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, SweepLevel, ::testing::Values(zrDeviceTypeMesa2, zrDeviceTypeRidge2));

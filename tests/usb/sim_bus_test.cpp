@@ -131,7 +131,7 @@ TEST_F(SimBus, FlashKeepsNorSemanticsThroughTheServiceWords) {
 
 TEST_F(SimBus, ColdMesaLoadReadsFlashFillsTheCacheAndAWarmLoadUsesIt) {
     auto inst = plug(zrDeviceTypeMesa2, 41000006);
-    auto image = test::makeMesaImage();
+    auto image = test::makeMesaImage(41000006);
     const auto* bytes = reinterpret_cast<const uint8_t*>(image.get());
     inst->programFlash(kImageFlashOffset, bytes, 0x250000);
 
@@ -160,7 +160,7 @@ TEST_F(SimBus, ACacheThatIsNoRegularImageFileFallsBackToFlashAndIsRewritten) {
     // Each stands where the cache belongs while the instrument runs, so the
     // warm path meets it first: none may block, be read or be believed.
     auto inst = plug(zrDeviceTypeMesa2, 41000016);
-    auto image = test::makeMesaImage();
+    auto image = test::makeMesaImage(41000016);
     const auto* bytes = reinterpret_cast<const uint8_t*>(image.get());
     inst->programFlash(kImageFlashOffset, bytes, 0x250000);
     const std::string cache = calCachePath(41000016);
@@ -202,7 +202,7 @@ TEST_F(SimBus, ImplausibleCalibrationValuesAreNeverUsed) {
     // and flash read instead; in flash the open goes on with neutral values
     // and says the calibration is damaged.
     auto inst = plug(zrDeviceTypeMesa2, 41000026);
-    auto image = test::makeMesaImage();
+    auto image = test::makeMesaImage(41000026);
     const auto* bytes = reinterpret_cast<const uint8_t*>(image.get());
     inst->programFlash(kImageFlashOffset, bytes, 0x250000);
     const size_t gainAt = offsetof(MesaCalData, gain) + 4 * 123, phaseAt = offsetof(MesaCalData, ifPhase) + 4 * 77;
@@ -236,11 +236,11 @@ TEST_F(SimBus, ImplausibleCalibrationValuesAreNeverUsed) {
 
 TEST_F(SimBus, CacheNewerThanFlashKeepsItsTablesAndTakesTheHeadFromFlash) {
     auto inst = plug(zrDeviceTypeMesa2, 41000007);
-    auto flashImage = test::makeMesaImage();
-    auto cacheImage = test::makeMesaImage();
+    auto flashImage = test::makeMesaImage(41000007);
+    auto cacheImage = test::makeMesaImage(41000007);
     cacheImage->calDate = flashImage->calDate + 100;
     cacheImage->gain[3][2][100] = 99.5f;           // beyond the short read
-    std::memset(cacheImage->flashHeader, 0x11, 16); // inside it
+    std::memset(cacheImage->flashHeader + 4, 0x11, 12); // inside it, past the serial
     ASSERT_TRUE(writeImageFile(calCachePath(41000007).c_str(), cacheImage.get(), kMesaImageSize));
     inst->programFlash(kImageFlashOffset, reinterpret_cast<const uint8_t*>(flashImage.get()), 0x250000);
 
@@ -259,7 +259,7 @@ TEST_F(SimBus, CacheNewerThanFlashKeepsItsTablesAndTakesTheHeadFromFlash) {
 TEST_F(SimBus, RidgeChecksumDecidesCalInvalid) {
     auto good = plug(zrDeviceTypeRidge2, 41000008);
     auto bad = plug(zrDeviceTypeRidge2, 41000009);
-    auto image = test::makeRidgeImage();
+    auto image = test::makeRidgeImage(41000009);
     const auto* bytes = reinterpret_cast<const uint8_t*>(image.get());
     for (auto& inst : {good, bad}) {
         inst->programFlash(kImageFlashOffset, bytes, 0x498000);
