@@ -319,7 +319,8 @@ std::string helpText(const std::string& command) {
     const std::string simulated =
         "simulated instruments (any command):\n"
         "  --sim MODEL[:SERIAL]   plug a simulated Mesa1, Mesa2 or Ridge2 into this process;\n"
-        "                         SERIAL has 8 digits (default 10000001, counting up). Repeatable.\n"
+        "                         SERIAL has 8 digits; by default each model counts up from its\n"
+        "                         own: Mesa1 10000001, Mesa2 20000001, Ridge2 30000001. Repeatable.\n"
         "  --tone FREQ:DBM        a CW tone at every simulated instrument's input, for example\n"
         "                         2.4G:-30. Repeatable.\n"
         "  --noise DBM/HZ         noise floor of the simulated instruments, for example -160\n"

@@ -12,7 +12,7 @@ namespace zrtool {
 
 struct SimInstrument {
     ZrDeviceType type;
-    int serial;  // 0: the next free one counting up from 10000001
+    int serial;  // 0: the next free one counting up from the model's first
 };
 
 struct SimTone {

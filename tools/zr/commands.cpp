@@ -241,15 +241,25 @@ int prepareSession(const Invocation& inv) {
     // The protocol's fixed waits are for real hardware; a simulated
     // instrument is ready at once.
     zrSimSetWaitScale(0.01);
-    int next = 10000001;
+    // Each model counts up from its own first serial, so that simulated
+    // instruments of two models never meet under one serial (and one
+    // calibration cache).
+    auto firstSerial = [](ZrDeviceType t) {
+        switch (t) {
+            case zrDeviceTypeMesa1: return 10000001;
+            case zrDeviceTypeMesa2: return 20000001;
+            case zrDeviceTypeRidge2: return 30000001;
+            default: return 40000001;
+        }
+    };
     std::set<int> taken;
     for (const SimInstrument& s : inv.sims)
         if (s.serial) taken.insert(s.serial);
     for (const SimInstrument& sim : inv.sims) {
         int serial = sim.serial;
         if (!serial) {
-            while (taken.count(next)) ++next;
-            serial = next++;
+            serial = firstSerial(sim.type);
+            while (taken.count(serial)) ++serial;
         }
         taken.insert(serial);
         const std::string what = std::string("--sim ") + modelName(sim.type) + ":" + std::to_string(serial);
