@@ -1,12 +1,17 @@
 #include "cli.h"
 
 #include <cmath>
+#include <cstdio>
+#include <utility>
 #include <functional>
 
 #include "units.h"
 
 namespace zrtool {
 namespace {
+
+constexpr double kLowestHz = 9e3;
+constexpr double kMaxPoints = 1e7;
 
 template <class E>
 struct Named {
@@ -171,6 +176,10 @@ const std::vector<Option>& options() {
          [](Invocation& i, const std::string& v) { return countInto(i.sweep.peaks, "--peaks", v, 0, 100, ""); }},
         {"--csv", "sweep", true, [](Invocation& i, const std::string& v) { return pathInto(i.sweep.csvPath, "--csv", v); }},
         {"--plot", "sweep", true, [](Invocation& i, const std::string& v) { return pathInto(i.sweep.plotPath, "--plot", v); }},
+        {"--force", "sweep", false, [](Invocation& i, const std::string&) -> std::string {
+             i.sweep.force = true;
+             return {};
+         }},
     };
     return table;
 }
@@ -206,6 +215,24 @@ std::string checkSweep(const Invocation& inv) {
                formatFrequency(*s.span) + " reaches below 0 Hz";
     if (s.rbw && *s.rbw <= 0) return "--rbw must be above 0 Hz";
     if (s.vbw && *s.vbw <= 0) return "--vbw must be above 0 Hz";
+    // A bare number is hertz; users of other sweep tools often mean MHz.
+    for (const auto& [name, value] : {std::pair{"--start", s.start}, std::pair{"--stop", s.stop}, std::pair{"--center", s.center}})
+        if (value && *value < kLowestHz)
+            return name + std::string(" ") + formatFrequency(*value) + " is below the instruments' range (9 kHz); did you mean " +
+                   trimmedNumber(*value, 6) + "M?";
+    // About four bins per RBW of span; past ten million points a typo is
+    // likelier than a wish, and the memory runs to gigabytes.
+    const double span = edges ? *s.stop - *s.start : *s.span;
+    const double rbw = s.rbw.value_or(100e3);
+    if (!s.force && span * 4.0 / rbw > kMaxPoints) {
+        double fits = 1.0;
+        for (double decade = 1.0; span * 4.0 / fits > kMaxPoints; decade *= 10.0)
+            fits = span * 4.0 / (3.0 * decade) <= kMaxPoints ? 3.0 * decade : 10.0 * decade;
+        char points[32];
+        std::snprintf(points, sizeof points, "%.3g", span * 4.0 / rbw);
+        return std::string("--rbw ") + formatFrequency(rbw) + " over " + formatFrequency(span) + " needs about " + points +
+               " points; try --rbw " + formatFrequency(fits, 0) + ", or add --force";
+    }
     return {};
 }
 
@@ -219,6 +246,10 @@ bool parseCommandLine(const std::vector<std::string>& args, Invocation* out, std
         std::string a = args[i];
         if (a == "-h" || a == "--help") {
             inv.help = true;
+            continue;
+        }
+        if ((a == "-V" || a == "--version") && inv.command.empty()) {
+            inv.command = "version";
             continue;
         }
         if (a.rfind("--", 0) != 0 || a.size() == 2) {
@@ -243,7 +274,7 @@ bool parseCommandLine(const std::vector<std::string>& args, Invocation* out, std
             *error = "unknown option " + a + " (see zr --help)";
             return false;
         }
-        if (!inlineValue) {
+        if (!inlineValue && opt->takesValue) {
             if (i + 1 >= args.size()) {
                 *error = a + " needs a value (see zr --help)";
                 return false;
@@ -353,7 +384,8 @@ std::string helpText(const std::string& command) {
                "  --serial SERIAL        which instrument (default: the first one listed)\n"
                "  --peaks N              rows of the peak table (default 5; 0: none)\n"
                "  --csv FILE             write frequency_hz,level_dbm rows\n"
-               "  --plot FILE            draw the trace into a PNG image\n\n" +
+               "  --plot FILE            draw the trace into a PNG image\n"
+               "  --force                sweep even past ten million points\n\n" +
                simulated + "\nexample:\n  zr --sim Mesa2 --tone 2.4G:-30 sweep --start 2G --stop 3G --plot sweep.png\n";
     return "usage: zr [--sim MODEL[:SERIAL]]... COMMAND [options]\n\n"
            "commands:\n"

@@ -31,6 +31,7 @@ struct SweepRequest {
     std::optional<ZrSweepSpeed> speed;
     int count = 1;
     int peaks = 5;
+    bool force = false;  // plan past the tool's ten million points
     std::string csvPath;
     std::string plotPath;
 };

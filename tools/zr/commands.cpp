@@ -34,8 +34,9 @@ int fail(const std::string& what, int status, const char* hint) {
     return 1;
 }
 
-void warn(const std::string& what, int status) {
+void warn(const std::string& what, int status, const char* hint = nullptr) {
     std::fprintf(stderr, "zr: warning: %s: %s\n", what.c_str(), statusText(status).c_str());
+    if (hint) std::fprintf(stderr, "    hint: %s\n", hint);
 }
 
 // Errors stop the command; warnings are reported once and the work goes on.
@@ -150,7 +151,17 @@ bool applySettings(int h, const SweepRequest& s, int* rc) {
     if (s.detector && !check("--detector", zrSetSweepDetector(h, *s.detector, zrVideoPower), rc)) return false;
     if (s.window && !check("--window", zrSetSweepWindow(h, *s.window), rc)) return false;
     if (s.speed && !check("--speed", zrSetSweepSpeed(h, *s.speed), rc)) return false;
-    if (s.refLevel && !check("--ref", zrSetRefLevel(h, *s.refLevel), rc)) return false;
+    if (s.refLevel) {
+        const ZrStatus st = zrSetRefLevel(h, *s.refLevel);
+        if (st < 0) return check("--ref", st, rc);
+        // The library clamps the level without a word; say what it took.
+        double stored = *s.refLevel;
+        zrGetRefLevel(h, &stored);
+        if (stored != *s.refLevel) {
+            std::fprintf(stderr, "zr: warning: --ref %s dBm clamped to %+g dBm\n", trimmedNumber(*s.refLevel, 2).c_str(),
+                         stored);
+        }
+    }
     if (s.attenuator && !check("--atten", zrSetAttenuator(h, *s.attenuator), rc)) return false;
     return check("scale", zrSetSweepScale(h, zrScaleLog), rc);
 }
@@ -190,7 +201,8 @@ bool acquire(const OpenDevice& dev, const SweepRequest& req, SweepResult* out, i
                            s == zrConnectionLostErr ? "check the cable; the instrument stopped answering" : nullptr);
                 return false;
             }
-            if (s > 0 && warned.insert(s).second) warn("sweep", s);
+            if (s > 0 && warned.insert(s).second)
+                warn("sweep", s, s == zrADCOverflow ? "the input overloads the converter: raise --ref or --atten" : nullptr);
             if (req.count > 1) averageInto(powerSum, trace);
             progress.done(n + 1);
         }
