@@ -281,8 +281,14 @@ ZR_EXPORT ZrStatus zrGetRealTimeSettings(int device, ZrRealTimeSettings* setting
 ZR_EXPORT ZrStatus zrGetRealTimeParameters(int device, double* actualRBW, int* sweepSize,
                                            double* actualStartFreq, double* binSize,
                                            int* frameWidth, int* frameHeight, double* poi);
+/* The running stream's rate and bandwidth as its plan limited them (the
+ * segmented mode answers 250 MS/s and 160 MHz); either pointer may be null. */
 ZR_EXPORT ZrStatus zrGetIQParameters(int device, double* sampleRate, double* bandwidth);
 ZR_EXPORT ZrStatus zrGetIQCenterFreq(int device, double* center);
+/* The factor 32fc samples carry: sqrt(10^(gainDb/10)). 16sc samples are
+ * delivered unscaled; mapped to full scale 1.0 and multiplied by it they
+ * equal the 32fc samples. */
+ZR_EXPORT ZrStatus zrGetIQCorrection(int device, float* scale);
 ZR_EXPORT ZrStatus zrGetIQSweepListSteps(int device, int* steps);
 
 /* ------------------------------------------------------------------------
@@ -623,6 +629,35 @@ ZR_EXPORT ZrStatus zrGetCurrentMode(int device, ZrMode* mode);
 ZR_EXPORT ZrStatus zrStartSweep(int device, int position);
 ZR_EXPORT ZrStatus zrFinishSweep(int device, int position, float* sweepMin, float* sweepMax, int64_t* timestamp);
 ZR_EXPORT ZrStatus zrGetSweep(int device, float* sweepMin, float* sweepMax, int64_t* timestamp);
+
+/* ---- I/Q streaming ----
+ * zrConfigure(zrModeIQStreaming) starts a gapless stream at base /
+ * decimation samples per second (zrGetIQParameters), centred on the I/Q
+ * centre; zrGetIQ reads the next iqBufSize samples of it, waiting until they
+ * have arrived. Samples are interleaved I and Q of the I/Q data type; 32fc
+ * values are calibrated: |x|^2 is the power in mW, so a tone of P dBm has
+ * 10*log10(mean |x|^2) = P.
+ *
+ * triggers (may be null only with triggerBufSize 0) receives the positions,
+ * in samples of iqBuf (fractional), of the external triggers inside the
+ * samples returned; the entries left over hold the trigger sentinel.
+ * nsSinceEpoch: UTC of iqBuf's first sample in ns since 1970, from the
+ * instrument's GPS time when it has a fix, else from the host clock carried
+ * on by the instrument's tick counter; consecutive calls are contiguous.
+ * purge exactly zrTrue drops what the library holds first. sampleLoss is 1
+ * when samples were lost since the last call (the reader fell more than
+ * half a second behind, or the host could not keep up): the samples after
+ * the gap carry their own correct time. samplesRemaining: held samples
+ * still to read. The three outputs may be null and are written only when
+ * the result is not an error.
+ *
+ * Results, later ones overriding: zrTempDriftWarning; zrADCOverflow
+ * (overload since the last call); zrUncalData (the instrument lost samples);
+ * zrSyncErr (a bad status block). zrConnectionLostErr within one transfer
+ * time-out of a lost link. For one calling thread; zrAbort from another
+ * thread makes it return with what it has. */
+ZR_EXPORT ZrStatus zrGetIQ(int device, void* iqBuf, int iqBufSize, double* triggers, int triggerBufSize,
+                           int64_t* nsSinceEpoch, ZrBool purge, int* sampleLoss, int* samplesRemaining);
 
 #ifdef __cplusplus
 }

@@ -39,11 +39,56 @@ ZR_EXPORT ZrStatus zrSimSetGPSSilent(int serial, ZrBool silent);
  * flash); 1.0 by default. Transfer time-outs are not affected. */
 ZR_EXPORT ZrStatus zrSimSetWaitScale(double factor);
 
-/* Faults, for the next `count` status-carrying reads. Stop answering hangs
- * the instrument: it takes command blocks and ignores them, and the next
- * `count` reads go unanswered until the host gives up on each. The FFT
- * data-loss and datagram faults answer zrInvalidParameterErr until the
- * features they belong to exist. */
+/* Identity and observation. The firmware version is reported in every
+ * status block; set it before the open to test the library's firmware
+ * gates. Registers are the instrument's 32-bit register file as the
+ * command words left it; flash reads 0xFF where never written. */
+ZR_EXPORT ZrStatus zrSimSetFirmware(int serial, int major, int minor, int revision);
+ZR_EXPORT ZrStatus zrSimGetRegister(int serial, uint32_t address, uint32_t* value);
+ZR_EXPORT ZrStatus zrSimReadFlash(int serial, uint32_t byteOffset, uint32_t count, uint8_t* out);
+/* The last command word the instrument ran whose top byte is opcode (0x13
+ * for the stream start and stop word, for example); 0 if none. */
+ZR_EXPORT ZrStatus zrSimGetLastCommand(int serial, uint8_t opcode, uint32_t* word);
+
+/* The instrument's clock: its 250 MHz tick counter as a 64-bit count that
+ * never wraps (status blocks carry the low 32 bits), and the UTC in ns since
+ * 1970 that its own GPS time puts on a tick; its GPS pulses fall on the
+ * ticks whose UTC is a whole second.
+ *
+ * Time convention of the sample stream: the status block that ends a
+ * transfer reports the running tick
+ *   R = T_end - 1024 * hw * tpb + F_instr + L
+ * with T_end the tick just after the transfer's last output sample, hw the
+ * instrument's decimation, tpb the ticks per base sample (5.0 at 50 MS/s,
+ * 4.0690104... at 61.44 MS/s), F_instr the instrument's filter delay (32,
+ * 92 or 212 base samples at hw 2, 4, 8; none at 1) and L the link latency
+ * (208 ticks at 50 MS/s, 422 at 61.44 MS/s). */
+ZR_EXPORT ZrStatus zrSimGetTick(int serial, uint64_t* tick);
+ZR_EXPORT ZrStatus zrSimUtcAtTick(int serial, uint64_t tick, int64_t* nsSinceEpoch);
+/* Moves the tick counter, keeping UTC continuous; zrInvalidParameterErr
+ * while a stream runs. To see the 32-bit counters wrap, start just below
+ * a multiple of 2^32. */
+ZR_EXPORT ZrStatus zrSimSetTick(int serial, uint64_t tick);
+/* The tick at which the current (or last) stream's first output sample was
+ * taken: the stream started by the last stream-start word. */
+ZR_EXPORT ZrStatus zrSimGetStreamStartTick(int serial, uint64_t* tick);
+/* Paced (the default) produces samples at the instrument's rate; unpaced
+ * produces them as fast as they are read, the tick counter moving with
+ * them (benchmarks). */
+ZR_EXPORT ZrStatus zrSimSetPaced(int serial, ZrBool paced);
+
+/* External trigger input: a rising edge at tick, falling widthNs later.
+ * The instrument's trigger ring records the edge its trigger register
+ * selects, once its clock has passed it. */
+ZR_EXPORT ZrStatus zrSimTriggerAtTick(int serial, uint64_t tick, double widthNs);
+
+/* Faults, for the next `count` status-carrying reads: overload sets the
+ * overload flag; sample loss sets the data-loss flag in the next status
+ * and advances the loss counter by count; bad magic spoils the status
+ * block's check word. Stop answering hangs the instrument: it takes command
+ * blocks and ignores them, and the next `count` reads go unanswered until
+ * the host gives up on each. The FFT data-loss and datagram faults answer
+ * zrInvalidParameterErr until the features they belong to exist. */
 typedef ZR_ENUM(ZrSimFault) {
     zrSimFaultADCOverflow = 0,
     zrSimFaultSampleLoss = 1,

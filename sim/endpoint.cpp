@@ -61,11 +61,8 @@ bool Instrument::pushReply(Reply r, std::unique_lock<std::mutex>& lock,
     r.readyNs = std::max({r.readyNs, now, lastReadyNs_});
     lastReadyNs_ = r.readyNs;
     if (r.kind == ReplyKind::Status) {
-        r.statusTick = paced_ ? static_cast<uint64_t>(r.readyNs / 4) : virtualTick_;
-        r.runningTick = streaming_ || blocksProduced_ > 0
-                            ? static_cast<uint64_t>(streamStartTick_ + static_cast<double>(blocksProduced_) *
-                                                                           kSamplesPerBlock * kTickHz / sampleRate_)
-                            : r.statusTick;
+        r.statusTick = paced_ ? pacedTick(r.readyNs) : virtualTick_;
+        r.runningTick = streaming_ || blocksProduced_ > 0 ? runningTickLocked() : r.statusTick;
     }
     const size_t slot = (fifoHead_ + fifoCount_) % kFifoReplies;
     // Samples are taken when the word is executed, under the tune then in
@@ -282,6 +279,8 @@ void Instrument::renderStatus(const Reply& r, uint8_t* p) {
     put32(p, 0, magic);
     put32(p, 4, fwRevision_);
     put32(p, 8, static_cast<uint32_t>(r.statusTick));
+    advanceTriggerRingLocked(r.statusTick);
+    renderTriggerRing(p);
 
     put32(p, 24, static_cast<uint32_t>(r.runningTick));
     uint8_t flags = 0;

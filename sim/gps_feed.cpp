@@ -21,8 +21,6 @@ using namespace detail;
 
 namespace {
 
-constexpr uint64_t kTicksPerSecond = 250000000ull;
-
 void nmeaCoordinate(char* out, size_t n, double degrees, int degreeDigits) {
     const double a = std::fabs(degrees);
     const int whole = static_cast<int>(a);
@@ -49,21 +47,31 @@ void Instrument::setGps(bool locked, double latitude, double longitude, double a
     gpsAltitude_ = altitude;
 }
 
+namespace {
+constexpr int64_t kNsPerSecond = 1000000000;
+int64_t floorDiv(int64_t a, int64_t b) { return a / b - ((a % b != 0) && ((a < 0) != (b < 0)) ? 1 : 0); }
+}  // namespace
+
 void Instrument::setGpsSilent(bool silent) {
     std::lock_guard lock(mu_);
-    if (silent && !gpsSilent_) gpsFrozenPulse_ = deviceTick(nowNs()) / kTicksPerSecond;
+    if (silent && !gpsSilent_)
+        gpsFrozenSecond_ = floorDiv(utcAtTickZeroNs_ + static_cast<int64_t>(deviceTick(nowNs())) * 4, kNsPerSecond);
     gpsSilent_ = silent;
 }
 
 int64_t Instrument::utcNsAtTick(uint64_t tick) const {
     std::lock_guard lock(mu_);
-    return utcSecondsAtTickZero_ * 1000000000ll + static_cast<int64_t>(tick) * 4;
+    return utcAtTickZeroNs_ + static_cast<int64_t>(tick) * 4;
 }
 
 void Instrument::renderGps(const Reply& r, uint8_t* p) {
-    uint64_t pulse = r.statusTick / kTicksPerSecond;
-    if (gpsSilent_) pulse = std::min(pulse, gpsFrozenPulse_);
-    put32(p, 12, static_cast<uint32_t>(pulse * kTicksPerSecond));
+    // The pulse comes at each whole second of the instrument's UTC.
+    int64_t second = floorDiv(utcAtTickZeroNs_ + static_cast<int64_t>(r.statusTick) * 4, kNsPerSecond);
+    if (gpsSilent_) second = std::min(second, gpsFrozenSecond_);
+    const int64_t pulseTick = (second * kNsPerSecond - utcAtTickZeroNs_) / 4;
+    if (pulseTick < 0) return;  // no pulse since the counter started
+    put32(p, 12, static_cast<uint32_t>(pulseTick));
+    const uint64_t pulse = static_cast<uint64_t>(second);
     // The receiver fills one half during a second; the other holds the
     // finished text of the previous second, the one the last pulse closed.
     const unsigned filling = static_cast<unsigned>(pulse & 1u);
@@ -77,12 +85,10 @@ void Instrument::renderGps(const Reply& r, uint8_t* p) {
         tune += static_cast<uint32_t>(static_cast<int>(std::lround(12.0 * std::sin(pulse * 6.283185307 / 120.0))));
     put16(p, 34, static_cast<uint16_t>(tune));
 
-    if (pulse == 0) return;  // nothing finished yet
-    const int64_t second = utcSecondsAtTickZero_ + static_cast<int64_t>(pulse) - 1;
-    const std::time_t t = static_cast<std::time_t>(second);
+    const std::time_t t = static_cast<std::time_t>(second - 1);
     std::tm utc{};
     gmtime_r(&t, &utc);
-    char hms[16], dmy[16];
+    char hms[32], dmy[32];
     std::snprintf(hms, sizeof hms, "%02d%02d%02d.00", utc.tm_hour, utc.tm_min, utc.tm_sec);
     std::snprintf(dmy, sizeof dmy, "%02d%02d%02d", utc.tm_mday, utc.tm_mon + 1, utc.tm_year % 100);
     std::string text;

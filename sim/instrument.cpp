@@ -21,8 +21,9 @@ using namespace detail;
 Instrument::Instrument(ZrDeviceType type, int serial)
     : type_(type), serial_(serial), epoch_(std::chrono::steady_clock::now()), regs_(0x10000, 0),
       rf_(type == zrDeviceTypeRidge2 || type == zrDeviceTypeRidge3), fft_(std::make_unique<FftSweep>()) {
-    utcSecondsAtTickZero_ = std::chrono::duration_cast<std::chrono::seconds>(
-                                std::chrono::system_clock::now().time_since_epoch()).count();
+    // Tick 0 is now: the instrument's UTC starts out as the host's.
+    utcAtTickZeroNs_ = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                           std::chrono::system_clock::now().time_since_epoch()).count() & ~int64_t(3);
     noiseRe_.resize(kNoiseTable);
     noiseIm_.resize(kNoiseTable);
     uint64_t s = 0x2545F4914F6CDD1Dull ^ static_cast<uint64_t>(serial);
@@ -46,7 +47,32 @@ int64_t Instrument::nowNs() const {
 }
 
 uint64_t Instrument::deviceTick(int64_t ns) const {
-    return paced_ ? static_cast<uint64_t>(ns / 4) : virtualTick_;
+    return paced_ ? pacedTick(ns) : virtualTick_;
+}
+
+uint64_t Instrument::tickNow() const {
+    std::lock_guard lock(mu_);
+    return deviceTick(nowNs());
+}
+
+bool Instrument::setTick(uint64_t tick) {
+    std::lock_guard lock(mu_);
+    if (streaming_) return false;
+    const uint64_t now = deviceTick(nowNs());
+    utcAtTickZeroNs_ += (static_cast<int64_t>(now) - static_cast<int64_t>(tick)) * 4;
+    if (paced_) tickOffset_ += static_cast<int64_t>(tick) - static_cast<int64_t>(now);
+    else virtualTick_ = tick;
+    return true;
+}
+
+uint64_t Instrument::streamStartTick() const {
+    std::lock_guard lock(mu_);
+    return static_cast<uint64_t>(streamStartTick_);
+}
+
+uint32_t Instrument::lastCommand(uint8_t opcode) const {
+    std::lock_guard lock(mu_);
+    return lastWord_[opcode];
 }
 
 bool Instrument::running() const {
@@ -128,6 +154,10 @@ void Instrument::setAttenuatorDb(double db) {
 }
 void Instrument::setPaced(bool paced) {
     std::lock_guard lock(mu_);
+    if (paced == paced_) return;
+    const int64_t now = nowNs();
+    if (paced) tickOffset_ = static_cast<int64_t>(virtualTick_) - now / 4;
+    else virtualTick_ = pacedTick(now);
     paced_ = paced;
 }
 void Instrument::setUnpacedTicks(uint64_t ticks) {
@@ -173,6 +203,18 @@ void Instrument::timeOutNextRead() { std::lock_guard lock(mu_); timeOutNextRead_
 void Instrument::setStrictWords(bool strict) { std::lock_guard lock(mu_); strict_ = strict; }
 
 uint32_t Instrument::reg(uint32_t address) const { std::lock_guard lock(mu_); return regs_[address & 0xFFFF]; }
+void Instrument::readFlash(uint32_t byteOffset, uint32_t count, uint8_t* out) const {
+    std::lock_guard lock(mu_);
+    for (uint32_t i = 0; i < count;) {
+        const uint64_t at = uint64_t(byteOffset) + i;
+        const uint32_t page = static_cast<uint32_t>(at / 1024), within = static_cast<uint32_t>(at % 1024);
+        const uint32_t n = std::min(count - i, 1024 - within);
+        auto it = flash_.find(page);
+        if (it == flash_.end()) std::memset(out + i, 0xFF, n);
+        else std::memcpy(out + i, it->second.data() + within, n);
+        i += n;
+    }
+}
 uint64_t Instrument::unknownWords() const { std::lock_guard lock(mu_); return unknownWords_; }
 uint64_t Instrument::dataBlocksSent() const { std::lock_guard lock(mu_); return dataBlocksSent_; }
 bool Instrument::streaming() const { std::lock_guard lock(mu_); return streaming_; }

@@ -123,11 +123,31 @@ public:
     // of a signal at freqHz under the current attenuator and temperature.
     double pathGainDb(double freqHz) const;
     static double pathGainDb(double freqHz, double attenDb, double celsius);
-    // Samples are produced at the instrument's pace unless unpaced.
+    // Samples are produced at the instrument's pace unless unpaced. The
+    // tick counter runs on across a switch.
     void setPaced(bool paced);
     // Unpaced, the tick counter runs with the samples only; this sets it
     // (to see the 32-bit counters wrap, for instance).
     void setUnpacedTicks(uint64_t ticks);
+
+    // ---- Clock ----
+    // The 250 MHz tick counter as a 64-bit count that never wraps (status
+    // blocks carry its low 32 bits). Paced it runs with the host's steady
+    // clock; unpaced it moves with the samples produced.
+    uint64_t tickNow() const;
+    // Moves the counter to `tick` now, keeping the instrument's UTC
+    // continuous. False while a stream runs.
+    bool setTick(uint64_t tick);
+    // The tick of the current (or last) stream's first output sample.
+    uint64_t streamStartTick() const;
+    // The last command word run whose top byte is `opcode` (0 if none).
+    uint32_t lastCommand(uint8_t opcode) const;
+
+    // ---- External trigger input ----
+    // A rising edge at `tick`, falling widthNs later. The trigger ring
+    // records the edge register 0x36 selects (bit 1: falling) once the
+    // instrument's clock has passed it.
+    void triggerAtTick(uint64_t tick, double widthNs);
 
     // ---- Identity and status content ----
     void setFirmware(uint32_t revision, uint16_t minor, uint16_t major);
@@ -139,7 +159,8 @@ public:
     // text move (no receiver answering).
     void setGps(bool locked, double latitude, double longitude, double altitude);
     void setGpsSilent(bool silent);
-    // The instrument's UTC, in ns since 1970, at a 64-bit device tick.
+    // The instrument's UTC, in ns since 1970, at a 64-bit device tick. Its
+    // GPS pulses fall on the ticks whose UTC is a whole second.
     int64_t utcNsAtTick(uint64_t tick) const;
     void setBootVersion(uint32_t version);
     void setFpgaLoadFails(bool fails);  // the FPGA load poll answers 0
@@ -166,6 +187,8 @@ public:
 
     // ---- Observation ----
     uint32_t reg(uint32_t address) const;
+    // Flash bytes as the chip holds them (0xFF where never written).
+    void readFlash(uint32_t byteOffset, uint32_t count, uint8_t* out) const;
     uint64_t unknownWords() const;
     uint64_t dataBlocksSent() const;
     bool streaming() const;
@@ -207,6 +230,12 @@ private:
     void render(const Reply& r, uint8_t* dst, uint32_t bytes);
     void renderStatus(const Reply& r, uint8_t* dst);
     void startStream(uint32_t code, uint32_t tune);
+    uint64_t pacedTick(int64_t ns) const { return static_cast<uint64_t>(ns / 4 + tickOffset_); }
+    // The stream's running tick as a status block reports it.
+    uint64_t runningTickLocked() const;
+    // ---- trigger input ----
+    void advanceTriggerRingLocked(uint64_t tick);
+    void renderTriggerRing(uint8_t* status);
     // ---- flash ----
     bool flashWord(uint32_t w, std::unique_lock<std::mutex>& lock, std::chrono::steady_clock::time_point deadline);
     void flashDataWord(uint32_t w);
@@ -254,6 +283,10 @@ private:
     // stream and clock
     bool paced_ = true;
     bool streaming_ = false;
+    int64_t tickOffset_ = 0;         // paced tick = steady ns / 4 + offset
+    uint32_t streamDecimation_ = 1;
+    bool streamBase61M44_ = false;
+    std::array<uint32_t, 256> lastWord_{};
     double sampleRate_ = 50e6;
     uint32_t tuneWord_ = 0;
     uint64_t virtualTick_ = 0;       // unpaced clock
@@ -301,15 +334,24 @@ private:
     bool detached_ = false;
     uint32_t bootVersion_ = 2;
     bool running_ = true;
-    // GPS receiver. Device tick 0 falls on a whole UTC second.
-    int64_t utcSecondsAtTickZero_ = 0;
+    // GPS receiver. UTC at device tick 0, a multiple of 4 ns.
+    int64_t utcAtTickZeroNs_ = 0;
     bool gpsLocked_ = false;
     bool gpsSilent_ = false;
-    uint64_t gpsFrozenPulse_ = 0;  // pulse index at which the receiver fell silent
+    int64_t gpsFrozenSecond_ = 0;  // UTC second at which the receiver fell silent
     double gpsLatitude_ = 0.0, gpsLongitude_ = 0.0, gpsAltitude_ = 0.0;
     void renderGps(const Reply& r, uint8_t* p);
     bool fpgaLoadFails_ = false;
     std::map<uint32_t, std::array<uint8_t, 1024>> flash_;  // NOR pages, absent = erased
+    // External trigger input: edges not yet passed, and the ring of the
+    // ticks of those passed.
+    struct TriggerEdge {
+        uint64_t tick;
+        double widthNs;
+    };
+    std::vector<TriggerEdge> triggerEdges_;  // by tick
+    std::array<uint32_t, 512> triggerRing_{};
+    uint32_t triggerWrite_ = 0;
     std::unique_ptr<FftSweep> fft_;  // the FFT sweep (fft_sweep.h)
 };
 

@@ -138,6 +138,65 @@ ZrStatus zrSimSetWaitScale(double factor) {
 
 double zrSimGetWaitScale(void) { return zr::sim::waitScale.load(); }
 
+ZrStatus zrSimSetFirmware(int serial, int major, int minor, int revision) {
+    if (major < 0 || major > 0xFFFF || minor < 0 || minor > 0xFFFF || revision < 0) return zrInvalidParameterErr;
+    return withInstrument(serial, [&](zr::sim::Instrument& i) {
+        i.setFirmware(static_cast<uint32_t>(revision), static_cast<uint16_t>(minor), static_cast<uint16_t>(major));
+    });
+}
+
+ZrStatus zrSimGetRegister(int serial, uint32_t address, uint32_t* value) {
+    if (!value || address > 0xFFFF) return zrInvalidParameterErr;
+    return withInstrument(serial, [&](zr::sim::Instrument& i) { *value = i.reg(address); });
+}
+
+ZrStatus zrSimReadFlash(int serial, uint32_t byteOffset, uint32_t count, uint8_t* out) {
+    constexpr uint64_t kFlashBytes = 64ull << 20;
+    if ((!out && count > 0) || uint64_t(byteOffset) + count > kFlashBytes) return zrInvalidParameterErr;
+    return withInstrument(serial, [&](zr::sim::Instrument& i) { i.readFlash(byteOffset, count, out); });
+}
+
+ZrStatus zrSimGetLastCommand(int serial, uint8_t opcode, uint32_t* word) {
+    if (!word) return zrInvalidParameterErr;
+    return withInstrument(serial, [&](zr::sim::Instrument& i) { *word = i.lastCommand(opcode); });
+}
+
+ZrStatus zrSimGetTick(int serial, uint64_t* tick) {
+    if (!tick) return zrInvalidParameterErr;
+    return withInstrument(serial, [&](zr::sim::Instrument& i) { *tick = i.tickNow(); });
+}
+
+ZrStatus zrSimUtcAtTick(int serial, uint64_t tick, int64_t* nsSinceEpoch) {
+    if (!nsSinceEpoch || tick > (1ull << 60)) return zrInvalidParameterErr;
+    return withInstrument(serial, [&](zr::sim::Instrument& i) { *nsSinceEpoch = i.utcNsAtTick(tick); });
+}
+
+ZrStatus zrSimSetTick(int serial, uint64_t tick) {
+    if (tick > (1ull << 60)) return zrInvalidParameterErr;
+    if (!zr::sim::validSerial(serial)) return zrInvalidParameterErr;
+    auto inst = findInstrument(serial);
+    if (!inst) return zrDeviceNotFoundErr;
+    return inst->setTick(tick) ? zrNoError : zrInvalidParameterErr;
+}
+
+ZrStatus zrSimGetStreamStartTick(int serial, uint64_t* tick) {
+    if (!tick) return zrInvalidParameterErr;
+    return withInstrument(serial, [&](zr::sim::Instrument& i) { *tick = i.streamStartTick(); });
+}
+
+ZrStatus zrSimSetPaced(int serial, ZrBool paced) {
+    int raw;
+    std::memcpy(&raw, &paced, sizeof raw);
+    if (raw != zrFalse && raw != zrTrue) return zrInvalidParameterErr;
+    return withInstrument(serial, [&](zr::sim::Instrument& i) { i.setPaced(raw == zrTrue); });
+}
+
+ZrStatus zrSimTriggerAtTick(int serial, uint64_t tick, double widthNs) {
+    if (!std::isfinite(widthNs) || widthNs < 0.0 || widthNs > 1e12 || tick > (1ull << 60))
+        return zrInvalidParameterErr;
+    return withInstrument(serial, [&](zr::sim::Instrument& i) { i.triggerAtTick(tick, widthNs); });
+}
+
 ZrStatus zrSimInjectFault(int serial, ZrSimFault fault, int count) {
     if (count < 0) return zrInvalidParameterErr;
     int32_t raw;

@@ -38,6 +38,7 @@ bool Instrument::decodeWord(uint32_t w, std::unique_lock<std::mutex>& lock,
     }
 
     const uint32_t top = w >> 24;
+    lastWord_[top] = w;
     if (!running_ && top != 0x00 && top != 0xFF) {
         // The boot firmware knows pauses and service words only.
         ++unknownWords_;
@@ -78,6 +79,7 @@ bool Instrument::decodeWord(uint32_t w, std::unique_lock<std::mutex>& lock,
                 const uint64_t index = blocksProduced_++;
                 r.arg = 1;
                 const double tps = kTickHz / sampleRate_;
+                // Data replies carry the tick just after their last sample.
                 r.runningTick = static_cast<uint64_t>(streamStartTick_ + static_cast<double>(index + 1) * kSamplesPerBlock * tps);
                 if (paced_) {
                     r.readyNs = streamStartNs_ + static_cast<int64_t>(static_cast<double>(index + 1) * kSamplesPerBlock / sampleRate_ * 1e9);
@@ -140,23 +142,6 @@ bool Instrument::decodeWord(uint32_t w, std::unique_lock<std::mutex>& lock,
     }
     ++unknownWords_;
     return !strict_;
-}
-
-void Instrument::startStream(uint32_t code, uint32_t tune) {
-    const uint32_t dec = code & 0x0F;
-    if (dec != 1 && dec != 2 && dec != 4 && dec != 8) {
-        ++unknownWords_;
-        return;
-    }
-    const double base = (code & 16) ? 61.44e6 : 50e6;
-    sampleRate_ = base / dec;
-    tuneWord_ = tune;
-    streaming_ = true;
-    blocksProduced_ = 0;
-    const int64_t now = std::max(nowNs(), lastReadyNs_);
-    streamStartNs_ = now;
-    streamStartTick_ = static_cast<double>(paced_ ? static_cast<uint64_t>(now / 4) : virtualTick_);
-    rebuildScene();
 }
 
 // ------------------------------------------------------------ RF decoding

@@ -83,38 +83,6 @@ ZR_EXPORT ZrStatus zrGetRealTimeParameters(int device, double* actualRBW, int* s
     });
 }
 
-ZR_EXPORT ZrStatus zrGetIQParameters(int device, double* sampleRate, double* bandwidth) {
-    return withDevice(device, [&](ZrDevice& dev) -> ZrStatus {
-        if (dev.currentMode == zrModeIQStreaming && dev.engine) {
-            if (sampleRate) *sampleRate = dev.iq.sampleRate;
-            if (bandwidth) *bandwidth = dev.iq.bandwidth;
-            return zrNoError;
-        }
-        if (dev.currentMode == zrModeIQSegmentedCapture && dev.engine) {
-            // Segmented capture always runs at the full ADC rate and bandwidth.
-            if (sampleRate) *sampleRate = 2.5e8;
-            if (bandwidth) *bandwidth = 1.6e8;
-            return zrNoError;
-        }
-        return zrInvalidConfigurationErr;
-    });
-}
-
-ZR_EXPORT ZrStatus zrGetIQCenterFreq(int device, double* center) {
-    return withDevice(device, [&](ZrDevice& dev) -> ZrStatus {
-        if (!center) return zrNullPtrErr;
-        if (dev.currentMode == zrModeIQStreaming && dev.engine) {
-            *center = dev.iq.center;
-            return zrNoError;
-        }
-        if (dev.currentMode == zrModeIQSegmentedCapture && dev.engine) {
-            *center = dev.segmented.center;
-            return zrNoError;
-        }
-        return zrInvalidConfigurationErr;
-    });
-}
-
 ZR_EXPORT ZrStatus zrGetIQSweepListSteps(int device, int* steps) {
     return withDevice(device, [&](ZrDevice& dev) -> ZrStatus {
         if (!steps) return zrNullPtrErr;

@@ -2,6 +2,7 @@
 // serves which mode.
 #include "device/frame.h"
 #include "device/modes.h"
+#include "iq/iq_mode.h"
 #include "sweep/sweep_mode.h"
 
 namespace zr {
@@ -18,6 +19,7 @@ ZrStatus planSegmented(ZrDevice& dev) {
 constexpr PlannerTable kPlanners = [] {
     PlannerTable t{};
     t[zrModeSweeping] = configureSweeping;
+    t[zrModeIQStreaming] = configureIQStreaming;
     t[zrModeIQSegmentedCapture] = planSegmented;
     return t;
 }();

@@ -1,5 +1,9 @@
 #include "device/device.h"
 
+#include <sys/mman.h>
+
+#include <new>
+
 #include "platform/data_folder.h"
 
 namespace zr {
@@ -122,6 +126,22 @@ bool ZrDevice::allowsWriteToGPS() const {
 
 bool ZrDevice::allowsFullBandTrigger() const {
     return deviceType == zrDeviceTypeMesa3 && firmware().eachAtLeast(7, 7, 5);
+}
+
+ByteStorage::~ByteStorage() {
+    if (bytes_) munmap(bytes_, size_);
+}
+
+uint8_t* ByteStorage::ensure(size_t n) {
+    if (n <= size_) return bytes_;
+    if (bytes_) munmap(bytes_, size_);
+    bytes_ = nullptr;
+    size_ = 0;
+    void* p = mmap(nullptr, n, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+    if (p == MAP_FAILED) throw std::bad_alloc();
+    bytes_ = static_cast<uint8_t*>(p);
+    size_ = n;
+    return bytes_;
 }
 
 }  // namespace zr

@@ -130,6 +130,24 @@ struct GpioSweepEntry {
     uint8_t value = 0;
 };
 
+// Bytes that grow on demand and never shrink. The pages are mapped in when
+// the bytes are taken, not on first use: a data thread that wrote into a
+// fresh ring would otherwise pay a page fault every 4 KiB.
+class ByteStorage {
+public:
+    ByteStorage() = default;
+    ByteStorage(const ByteStorage&) = delete;
+    ByteStorage& operator=(const ByteStorage&) = delete;
+    ~ByteStorage();
+    // At least n bytes; throws std::bad_alloc.
+    uint8_t* ensure(size_t n);
+    size_t size() const { return size_; }
+
+private:
+    uint8_t* bytes_ = nullptr;
+    size_t size_ = 0;
+};
+
 struct GpioSwitching {
     uint8_t enabled = 0;
     std::array<uint8_t, 64> values{};
@@ -211,7 +229,9 @@ struct ZrDevice {
     CommandList wakeList;
     CommandList standbyList;
 
-    std::vector<uint8_t> iqQueueStorage;  // outlives engines
+    // The I/Q sample queue's memory: it outlives engines, so a stream that
+    // is configured again does not pay for hundreds of megabytes again.
+    ByteStorage iqQueueStorage;
 
     // First construction step: every default, bound to its transport. The
     // identity comes from the transport; firmware fields wait for the first
@@ -235,6 +255,13 @@ struct ZrDevice {
 
     // Coarse timebase from the record's history and the timebase cache.
     void loadCoarseTimebase(const uint16_t* history, const uint64_t* dates);
+
+    // The gain code of a calibration slice (in the family's range), from
+    // the record in force.
+    uint8_t gainCode(int calSlice) const {
+        if (ridge()) return corrections.ridge ? corrections.ridge->gainCode[calSlice] : 0;
+        return corrections.mesa ? corrections.mesa->gainCode[calSlice] : 0;
+    }
 
     // The calibration answers the RF planners need, over `corrections`.
     rf::DeviceRfCalibration rfCalibration() const { return rf::DeviceRfCalibration(corrections); }

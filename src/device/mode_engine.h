@@ -10,6 +10,7 @@
 namespace zr {
 
 class SweepEngine;
+class IQInterface;
 
 class ModeEngine {
 public:
@@ -29,6 +30,7 @@ public:
 
     // The family interfaces; null where the engine is not of that family.
     virtual SweepEngine* sweep() { return nullptr; }
+    virtual IQInterface* iq() { return nullptr; }
 };
 
 // What the sweep exports ask of any of the sweep engines.

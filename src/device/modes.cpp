@@ -7,6 +7,7 @@
 #include <exception>
 
 #include "device/services.h"
+#include "rf/rf_glue.h"
 
 namespace zr {
 
@@ -72,6 +73,12 @@ ZrStatus configureMode(ZrDevice& dev, ZrMode mode, const PlannerTable& planners)
     if (status >= zrNoError) dev.currentMode = mode;
     else stopEngines(dev);
     return status;
+}
+
+void sendPendingRidgeWake(ZrDevice& dev) {
+    if (!dev.ridge()) return;
+    CommandList wake;
+    if (rf::appendRidgeWakeIfPending(wake, dev.rf.ridge) && dev.transport) SendCommandList(*dev.transport, wake);
 }
 
 }  // namespace zr

@@ -24,4 +24,9 @@ using PlannerTable = std::array<ModePlanner, zrModeIQSweepList + 1>;
 // is left idle with no engine and the exception goes on to the caller.
 ZrStatus configureMode(ZrDevice& dev, ZrMode mode, const PlannerTable& planners);
 
+// A Ridge whose millimetre-wave path a plan's list switches on needs its LO
+// woken before the mode's engine starts; every plan calls this last, and it
+// is the only word planning sends.
+void sendPendingRidgeWake(ZrDevice& dev);
+
 }  // namespace zr

@@ -1,5 +1,7 @@
 #include "rf/frequency_plan.h"
 
+#include "platform/checked.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cmath>
@@ -20,6 +22,21 @@ int sliceForCenter(double f, double sampleRate) {
     int n = static_cast<int>(std::floor(top / kSliceHz + 0.5));
     if (top < 165e6) n = std::min(n, 3);
     return n;
+}
+
+DownConverterTune downConverterTune(int slice, double center) {
+    DownConverterTune t;
+    const double lo = sliceLoHz(slice);
+    if (slice <= 3) {
+        const int32_t k = truncChecked((center - lo) / kDownConverterStepHz);
+        t.centerHz = lo + k * kDownConverterStepHz;
+        t.word = (slice == 3 && k < 0) ? -k : 1024 - k;
+    } else {
+        const double reference = lo + 1.25e8;
+        t.word = truncChecked((reference - center) / kDownConverterStepHz);
+        t.centerHz = reference - t.word * kDownConverterStepHz;
+    }
+    return t;
 }
 
 // ---------------------------------------------------------------------------
@@ -283,9 +300,9 @@ RidgeBandPlan planRidgeBand(const TuneRequest& req, bool band6Backdoor) {
     case 1: p.subBand = bandOneTwoSubBand(rf, presel); break;
     default: p.subBand = bandZeroSubBand(rf, presel); break;
     }
-    // A preselector filter in the path names the sub-band itself. Design
-    // note: "in force" is read as the preselector switched in with a filter
-    // chosen (0..10); a request with filter -1 keeps the frequency rule.
+    // A preselector filter in the path (switched in, with a filter 0..10
+    // chosen) names the sub-band itself; a request with filter -1 keeps the
+    // frequency rule.
     if (presel && req.filter >= 0 && req.filter <= 10 && p.band <= 2) {
         if (p.band != 1 || p.subBand < 5) p.subBand = req.filter < 7 ? req.filter + 1 : req.filter - 6;
     }
@@ -347,8 +364,8 @@ void appendRidgeRFPath(Words& out, RidgeRfState& state, const RidgePathInput& in
 void tuneRidge(Words& out, RidgeRfState& state, const RfCalibration& cal, TuneRequest& req) {
     const RidgeBandPlan p = planRidgeBand(req, state.band6Backdoor);
 
-    // Design note: without CBB data the planner has no calibration
-    // connection, so every Ridge-specific trim is left at zero: the
+    // Without CBB data the planner has no calibration connection, so
+    // every Ridge-specific trim is left at zero: the
     // millimetre-wave gain and balance words, and the LO feedthrough values
     // (an override by the admin call still applies). The tune itself is the
     // same; only the trims are flat, as with a dummy image.
@@ -380,8 +397,8 @@ void tuneRidge(Words& out, RidgeRfState& state, const RfCalibration& cal, TuneRe
     in.mask = mask;
     appendRidgeRFPath(out, state, in);
 
-    // Design note: the millimetre-wave balance term is chosen by the LO
-    // chain's own frequency (before scaling into the VCO range), the one the
+    // The millimetre-wave balance term is chosen by the LO chain's own
+    // frequency (before scaling into the VCO range), the one the
     // band-4 sweep form fixes at 7000 MHz.
     const double chainMHz = p.chainHz / 1e6;
     if (p.band == 6)
@@ -527,8 +544,8 @@ void appendRidgeGainCalLOStep(Words& out, const RidgeRfState& state, int step) {
         f /= 2.0;
     }
     if (f < 7.999e9) f *= 2.0;
-    // Design note: the switch and filter words are chosen by the frequency
-    // that the LO words program, after halving or doubling.
+    // The switch and filter words are chosen by the frequency that the LO
+    // words program, after halving or doubling.
     const RidgeOffsetPlan lo = appendRidgeLO(out, state.loTable, state.temperature, f, 1, 0);
     uint32_t w1;
     if (outSel == 4)

@@ -25,14 +25,22 @@ constexpr double kLoStepHz = 7.8125e6;  // fractional LO grid: five steps a slic
 // 125 MHz, and from slice 4 the LO is one slice above the slice.
 double sliceLoHz(int slice);
 
-// Slice for a centre frequency f captured at sample rate r.
-//
-// Design note: "limited to 3" below 165 MHz is read as an upper bound. The
-// rounded slice of anything below 165 MHz is at most 4, and slice 4's LO
-// (195.3 MHz) would put such a capture on the converted path with its image
-// in band; capping at 3 keeps it on the 125 MHz LO while lower slices, which
-// need the direct path, stay as computed.
+// Slice for a centre frequency f captured at sample rate r: the one whose
+// LO serves the top of the band. Below 165 MHz the slice is at most 3:
+// slice 4's LO (195.3 MHz) would put such a capture on the converted path
+// with its image in band, while the lower slices need the direct path and
+// stay as computed.
 int sliceForCenter(double f, double sampleRate);
+
+// The USB down-converter steps by 250 MHz / 1024. In the direct slices
+// (0..3) its word counts up from the slice's LO (1024 - k, or -k below
+// slice 3's LO); above them it counts down from the LO plus 125 MHz.
+constexpr double kDownConverterStepHz = 244140.625;
+struct DownConverterTune {
+    int32_t word = 0;
+    double centerHz = 0.0;  // what the word really tunes, within one step of the centre
+};
+DownConverterTune downConverterTune(int slice, double center);
 
 // ---------------------------------------------------------------------------
 // Attenuator
@@ -159,7 +167,7 @@ void appendMesaStartup(Words& out, const MesaRfState& state, const RfCalibration
 
 // Synthesizer words that close the Mesa wake list: 3906.25 MHz.
 //
-// Design note: the LO index of these words is 500, the LO frequency counted
+// The LO index of these words is 500, the LO frequency counted
 // in 7.8125 MHz steps (3906.25 / 7.8125), the same rule by which the start-up
 // lookup at 5000 MHz uses index 640.
 constexpr int kMesaWakeLoIndex = 500;

@@ -170,8 +170,8 @@ struct RidgePathInput {
     int attenIndex = 0;
     uint8_t gainCode = 0;
     double rfFreq = 0;
-    // LO chain frequency in the VCO range. Design note: the LO filter field
-    // of word F is chosen by this scaled frequency; its steps (8.0001 to
+    // LO chain frequency in the VCO range. The LO filter field of word F
+    // is chosen by this scaled frequency; its steps (8.0001 to
     // 13.4001 GHz) only make sense inside the 8..16 GHz VCO range, and the
     // gain-calibration group picks the same field from the frequency it
     // programs.

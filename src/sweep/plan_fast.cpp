@@ -7,6 +7,7 @@
 #include <new>
 
 #include "device/device.h"
+#include "device/modes.h"
 #include "dsp/window.h"
 #include "rf/rf_glue.h"
 #include "sweep/engine_fast.h"
@@ -156,7 +157,7 @@ void buildFastPlan(ZrDevice& dev, SweepPlan& plan, CommandList& configList, Comm
         req.rfFreq = stepHz;
         req.loIndex = 5 * sn;
         req.attenIndex = attenIndex;
-        req.gainCode = planning::gainCodeFor(dev, calSlice);
+        req.gainCode = dev.gainCode(calSlice);
         req.preselect = dev.preselectorEnabled;
         req.filter = -1;
         req.firstSlice = s0;

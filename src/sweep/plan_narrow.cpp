@@ -7,6 +7,7 @@
 #include <new>
 
 #include "device/device.h"
+#include "device/modes.h"
 #include "dsp/window.h"
 #include "rf/rf_glue.h"
 #include "sweep/engine_narrow.h"
@@ -25,21 +26,8 @@ constexpr int kMaxDecimation = 256;
 constexpr int kMaxHardwareDecimation = 8;
 constexpr int kMaxFft = 0x2000000;
 constexpr int64_t kMaxNarrowSamples = int64_t(1) << 27;
-constexpr double kDdcStepHz = 244140.625;
 constexpr double kPreselectTopHz = 6.45e8;
 constexpr uint32_t kSecondPassDdcOffset = 160;
-
-// The down-converter word of slice n for a centre, and the centre it tunes.
-int32_t ddcWordFor(int n, double centre, double lo, double& tuned) {
-    if (n < 4) {
-        const int32_t k = truncI((centre - lo) / kDdcStepHz);
-        tuned = k * kDdcStepHz + lo;
-        return (n < 3 || k >= 0) ? 1024 - k : -k;
-    }
-    const int32_t k = truncI((centre - (lo + 1.25e8)) / -kDdcStepHz);
-    tuned = lo + 1.25e8 - k * kDdcStepHz;
-    return k;
-}
 
 }  // namespace
 
@@ -109,7 +97,9 @@ ZrStatus buildNarrowPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list, Narr
     const int calSlice = std::clamp(n, 0, (ridge ? kRidgeSlices : kMesaSlices) - 1);
     SweepStep& st = plan.steps.emplace_back();
     st.loMHz = rf::sliceLoHz(n) / 1e6;
-    st.ddcWord = ddcWordFor(n, s.center, rf::sliceLoHz(n), st.ncoFrequency);
+    const rf::DownConverterTune ddc = rf::downConverterTune(n, s.center);
+    st.ddcWord = ddc.word;
+    st.ncoFrequency = ddc.centerHz;
     st.decimation = dec.hardware;
     st.firstBin = plan.firstKeptBin;
     st.binCount = L;
@@ -123,7 +113,7 @@ ZrStatus buildNarrowPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list, Narr
     req.rfFreq = n * kSweepSliceHz;
     req.loFreq = rf::sliceLoHz(n);
     req.attenIndex = attenIndex;
-    req.gainCode = planning::gainCodeFor(dev, calSlice);
+    req.gainCode = dev.gainCode(calSlice);
     req.filter = -1;
     req.firstSlice = 0;
     req.lastSlice = 500;
@@ -172,7 +162,7 @@ ZrStatus buildNarrowPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list, Narr
                 req.loFreq += kSweepSliceHz;
                 req.rfFreq += kSweepSliceHz;
                 req.loIndex += 5;
-                req.gainCode = planning::gainCodeFor(dev, next);
+                req.gainCode = dev.gainCode(next);
                 word += kSecondPassDdcOffset;
                 double nextFilterGain = 0.0;
                 dev.corrections.BuildIFFilter(next, taps.data(), true, &nextFilterGain);

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "device/device.h"
+#include "device/modes.h"
 #include "platform/checked.h"
 #include "dsp/window.h"
 #include "rf/rf_glue.h"

@@ -41,10 +41,4 @@ ZrStatus configureSweeping(ZrDevice& dev) {
     }
 }
 
-void sendPendingRidgeWake(ZrDevice& dev) {
-    if (!dev.ridge()) return;
-    CommandList wake;
-    if (rf::appendRidgeWakeIfPending(wake, dev.rf.ridge) && dev.transport) SendCommandList(*dev.transport, wake);
-}
-
 }  // namespace zr

@@ -23,8 +23,4 @@ ZrStatus planSweepController(ZrDevice& dev);
 ZrStatus planSweepFast(ZrDevice& dev);
 ZrStatus planSweepNarrow(ZrDevice& dev);
 
-// A Ridge whose millimetre-wave path a plan's list switches on needs its LO
-// woken before the first sweep; that is the only word planning sends.
-void sendPendingRidgeWake(ZrDevice& dev);
-
 }  // namespace zr

@@ -38,6 +38,7 @@ constexpr uint32_t kTimebase = 0x002E;
 constexpr uint32_t kFftSize = 0x0030;
 constexpr uint32_t kFftControl = 0x0034;
 constexpr uint32_t kFftSweepArm = 0x00040005;  // value of kFftControl that arms the FFT sweep
+constexpr uint32_t kTriggerEdge = 0x0036;      // bit 1: the other edge of the trigger input
 constexpr uint32_t kIFFilter = 0x003C;
 constexpr uint32_t kGpio = 0x01A0;
 constexpr uint32_t kGpsMessage = 0x01C0;

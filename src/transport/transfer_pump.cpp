@@ -73,9 +73,19 @@ void TransferPump::runUntilIdle() {
     }
 }
 
+void TransferPump::finish(const CommandList& last) {
+    if (!thread_.joinable()) return;
+    push(-1, last);
+    finishing_ = true;
+    wake_.set();
+    thread_.join();
+}
+
 void TransferPump::threadBody() {
     while (running_) {
-        if (!step()) wake_.wait();
+        if (step()) continue;
+        if (finishing_) return;  // everything pushed is answered
+        wake_.wait();
     }
     // Stopping: nothing in flight is wanted any more, and a silent
     // instrument must not hold the stop for a time-out per read.

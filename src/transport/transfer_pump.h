@@ -68,6 +68,10 @@ public:
     // Runs the loop on the calling thread until everything pushed has been
     // answered. Only for a pump without a thread of its own.
     void runUntilIdle();
+    // Ends a pump with a thread of its own: `last` goes out after what is
+    // queued, everything in flight is answered (or failed, on a lost link),
+    // and the thread ends. The sink must push nothing more.
+    void finish(const CommandList& last);
 
 private:
     struct Page {
@@ -114,6 +118,7 @@ private:
     bool lost_ = false;
 
     std::atomic<bool> running_{true};
+    std::atomic<bool> finishing_{false};
     Event wake_;
     NamedThread thread_;
 };

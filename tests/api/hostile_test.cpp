@@ -39,6 +39,8 @@ std::vector<Export> handleExports() {
         {"zrGetRealTimeParameters", [](int h) { return zrGetRealTimeParameters(h, &g_d[0], &g_i[0], &g_d[1], &g_d[2], &g_i[1], &g_i[2], &g_d[3]); }},
         {"zrGetIQParameters", [](int h) { return zrGetIQParameters(h, &g_d[0], &g_d[1]); }},
         {"zrGetIQCenterFreq", [](int h) { return zrGetIQCenterFreq(h, &g_d[0]); }},
+        {"zrGetIQCorrection", [](int h) { return zrGetIQCorrection(h, &g_f[0]); }},
+        {"zrGetIQ", [](int h) { return zrGetIQ(h, g_f, 2, g_d, 2, nullptr, zrTrue, &g_i[0], &g_i[1]); }},
         {"zrGetIQSweepListSteps", [](int h) { return zrGetIQSweepListSteps(h, &g_i[0]); }},
         {"zrSetCustomFreq", [](int h) { return zrSetCustomFreq(h, 1e9); }},
         {"zrSetCustomRegister", [](int h) { return zrSetCustomRegister(h, 1u, 2u); }},
@@ -109,6 +111,8 @@ TEST(Hostile, NullRequiredPointersAreRejected) {
             EXPECT_EQ(zrGetSweepSettings(h, nullptr), zrNullPtrErr);
             EXPECT_EQ(zrGetRealTimeSettings(h, nullptr), zrNullPtrErr);
             EXPECT_EQ(zrGetIQCenterFreq(h, nullptr), zrNullPtrErr);
+            EXPECT_EQ(zrGetIQCorrection(h, nullptr), zrNullPtrErr);
+            EXPECT_EQ(zrGetIQ(h, nullptr, 1, nullptr, 0, nullptr, zrFalse, nullptr, nullptr), zrNullPtrErr);
             EXPECT_EQ(zrGetIQSweepListSteps(h, nullptr), zrNullPtrErr);
             EXPECT_EQ(zrStartCustomData(h, 1, nullptr), zrNullPtrErr);
             // Optional results may all be null.

@@ -74,6 +74,22 @@ TEST(ToolCli, SweepWithEverySetting) {
     EXPECT_EQ(inv.serial, 20000002);
     EXPECT_EQ(inv.sweep.plotPath, "a.png");
 
+    // Options that sweep and iq share land in the command's own request.
+    ASSERT_TRUE(parseCommandLine({"iq", "--center", "2.4G", "--ref", "-20", "--atten", "10", "--decimation", "64",
+                                  "--duration", "2.5s", "--format", "ci16", "--out", "x", "--plot", "p.png"},
+                                 &inv, &error))
+        << error;
+    EXPECT_EQ(inv.iq.center, 2.4e9);
+    EXPECT_EQ(inv.iq.refLevel, -20.0);
+    EXPECT_EQ(inv.iq.attenuator, 2);
+    EXPECT_EQ(inv.iq.decimation, 64);
+    EXPECT_EQ(inv.iq.duration, 2.5);
+    EXPECT_EQ(inv.iq.format, zrDataType16sc);
+    EXPECT_EQ(inv.iq.plotPath, "p.png");
+    EXPECT_FALSE(inv.sweep.center);
+    EXPECT_EQ(parseError({"iq", "--center", "2400"}),
+              "--center 2.4 kHz is below the instruments' range (9 kHz); did you mean 2400M?");
+
     ASSERT_TRUE(parseCommandLine({"info", "10000003", "--sim", "Mesa1:10000003"}, &inv, &error)) << error;
     EXPECT_EQ(inv.serial, 10000003);
     ASSERT_TRUE(parseCommandLine({"sweep", "--help"}, &inv, &error));
@@ -105,5 +121,5 @@ TEST(ToolCli, RefusesWhatCannotBeMeant) {
     EXPECT_EQ(parseError({"info", "123"}), "info 123: the serial must have 8 digits");
     EXPECT_EQ(parseError({"list", "extra"}), "unexpected argument extra (see zr list --help)");
     EXPECT_EQ(parseError({"--bogus", "list"}), "unknown option --bogus (see zr --help)");
-    EXPECT_EQ(parseError({}), "no command given (list, info, sweep, version; see zr --help)");
+    EXPECT_EQ(parseError({}), "no command given (list, info, sweep, iq, version; see zr --help)");
 }

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <utility>
 #include <functional>
 
@@ -119,13 +120,25 @@ std::string parseTone(Invocation& inv, const std::string& v) {
 }
 
 std::string parseAtten(Invocation& inv, const std::string& v) {
+    std::optional<int>& field = inv.command == "iq" ? inv.iq.attenuator : inv.sweep.attenuator;
     if (v == "auto") {
-        inv.sweep.attenuator = -1;
+        field = -1;
         return {};
     }
     auto db = parseInteger(v.size() > 2 && v.substr(v.size() - 2) == "dB" ? v.substr(0, v.size() - 2) : v, 0, 30);
     if (!db || *db % 5 != 0) return "--atten " + v + ": auto, or 0 to 30 dB in steps of 5";
-    inv.sweep.attenuator = static_cast<int>(*db / 5);
+    field = static_cast<int>(*db / 5);
+    return {};
+}
+
+std::string parseDuration(Invocation& inv, const std::string& v) {
+    std::string text = v;
+    if (text.size() > 1 && text.back() == 's') text.pop_back();
+    char* end = nullptr;
+    const double d = std::strtod(text.c_str(), &end);
+    if (text.empty() || end != text.c_str() + text.size() || !(d > 0.0) || d > 3600.0)
+        return "--duration " + v + ": seconds above 0, at most 3600";
+    inv.iq.duration = d;
     return {};
 }
 
@@ -146,7 +159,7 @@ const std::vector<Option>& options() {
              inv.dataFolder = v;
              return {};
          }},
-        {"--serial", "sweep info", true,
+        {"--serial", "sweep info iq", true,
          [](Invocation& inv, const std::string& v) -> std::string {
              auto s = parseSerial(v);
              if (!s) return "--serial " + v + ": the serial must have 8 digits";
@@ -155,18 +168,21 @@ const std::vector<Option>& options() {
          }},
         {"--start", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.start, "--start", v); }},
         {"--stop", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.stop, "--stop", v); }},
-        {"--center", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.center, "--center", v); }},
+        {"--center", "sweep iq", true,
+         [](Invocation& i, const std::string& v) {
+             return frequencyInto(i.command == "iq" ? i.iq.center : i.sweep.center, "--center", v);
+         }},
         {"--span", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.span, "--span", v); }},
         {"--rbw", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.rbw, "--rbw", v); }},
         {"--vbw", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.vbw, "--vbw", v); }},
-        {"--ref", "sweep", true,
+        {"--ref", "sweep iq", true,
          [](Invocation& inv, const std::string& v) -> std::string {
              auto p = parseLevel(v);
              if (!p) return "--ref " + v + ": a level in dBm, for example -20";
-             inv.sweep.refLevel = *p;
+             (inv.command == "iq" ? inv.iq.refLevel : inv.sweep.refLevel) = *p;
              return {};
          }},
-        {"--atten", "sweep", true, parseAtten},
+        {"--atten", "sweep iq", true, parseAtten},
         {"--detector", "sweep", true, [](Invocation& i, const std::string& v) { return choiceInto(i.sweep.detector, kDetectors, "--detector", v); }},
         {"--window", "sweep", true, [](Invocation& i, const std::string& v) { return choiceInto(i.sweep.window, kWindows, "--window", v); }},
         {"--speed", "sweep", true, [](Invocation& i, const std::string& v) { return choiceInto(i.sweep.speed, kSpeeds, "--speed", v); }},
@@ -175,7 +191,27 @@ const std::vector<Option>& options() {
         {"--peaks", "sweep", true,
          [](Invocation& i, const std::string& v) { return countInto(i.sweep.peaks, "--peaks", v, 0, 100, ""); }},
         {"--csv", "sweep", true, [](Invocation& i, const std::string& v) { return pathInto(i.sweep.csvPath, "--csv", v); }},
-        {"--plot", "sweep", true, [](Invocation& i, const std::string& v) { return pathInto(i.sweep.plotPath, "--plot", v); }},
+        {"--plot", "sweep iq", true,
+         [](Invocation& i, const std::string& v) {
+             return pathInto(i.command == "iq" ? i.iq.plotPath : i.sweep.plotPath, "--plot", v);
+         }},
+        {"--duration", "iq", true, parseDuration},
+        {"--decimation", "iq", true,
+         [](Invocation& i, const std::string& v) -> std::string {
+             auto d = parseInteger(v, 1, 4096);
+             if (!d || (*d & (*d - 1)) != 0) return "--decimation " + v + ": a power of two from 1 to 4096";
+             i.iq.decimation = static_cast<int>(*d);
+             return {};
+         }},
+        {"--bandwidth", "iq", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.iq.bandwidth, "--bandwidth", v); }},
+        {"--format", "iq", true,
+         [](Invocation& i, const std::string& v) -> std::string {
+             if (v == "cf32") i.iq.format = zrDataType32fc;
+             else if (v == "ci16") i.iq.format = zrDataType16sc;
+             else return "--format " + v + ": cf32 or ci16";
+             return {};
+         }},
+        {"--out", "iq", true, [](Invocation& i, const std::string& v) { return pathInto(i.iq.outBase, "--out", v); }},
         {"--force", "sweep", false, [](Invocation& i, const std::string&) -> std::string {
              i.sweep.force = true;
              return {};
@@ -184,7 +220,9 @@ const std::vector<Option>& options() {
     return table;
 }
 
-bool isCommand(const std::string& s) { return s == "list" || s == "info" || s == "sweep" || s == "version"; }
+bool isCommand(const std::string& s) {
+    return s == "list" || s == "info" || s == "sweep" || s == "iq" || s == "version";
+}
 
 bool takes(const Option& o, const std::string& command) {
     const std::string cmds = o.command;
@@ -233,6 +271,16 @@ std::string checkSweep(const Invocation& inv) {
         return std::string("--rbw ") + formatFrequency(rbw) + " over " + formatFrequency(span) + " needs about " + points +
                " points; try --rbw " + formatFrequency(fits, 0) + ", or add --force";
     }
+    return {};
+}
+
+std::string checkIQ(const Invocation& inv) {
+    const IQRecordRequest& q = inv.iq;
+    if (!q.center) return "iq needs --center F";
+    if (*q.center < kLowestHz)
+        return "--center " + formatFrequency(*q.center) + " is below the instruments' range (9 kHz); did you mean " +
+               trimmedNumber(*q.center, 6) + "M?";
+    if (q.bandwidth && *q.bandwidth <= 0) return "--bandwidth must be above 0 Hz";
     return {};
 }
 
@@ -288,7 +336,7 @@ bool parseCommandLine(const std::vector<std::string>& args, Invocation* out, std
         return true;
     }
     if (inv.command.empty()) {
-        *error = "no command given (list, info, sweep, version; see zr --help)";
+        *error = "no command given (list, info, sweep, iq, version; see zr --help)";
         return false;
     }
     for (const auto& [opt, value] : given) {
@@ -322,8 +370,8 @@ bool parseCommandLine(const std::vector<std::string>& args, Invocation* out, std
         *error = "--noise describes a simulated instrument; add --sim MODEL";
         return false;
     }
-    if (inv.command == "sweep") {
-        if (std::string e = checkSweep(inv); !e.empty()) {
+    if (inv.command == "sweep" || inv.command == "iq") {
+        if (std::string e = inv.command == "iq" ? checkIQ(inv) : checkSweep(inv); !e.empty()) {
             *error = e;
             return false;
         }
@@ -367,6 +415,23 @@ std::string helpText(const std::string& command) {
                "firmware, calibration date, supply and temperatures.\n\n" +
                simulated;
     if (command == "version") return "usage: zr version\n\nPrints the library's version.\n";
+    if (command == "iq")
+        return "usage: zr iq --center F [options]\n\n"
+               "Records an I/Q stream as SigMF: BASE.sigmf-data holds the samples (cf32_le, calibrated\n"
+               "so that |x|^2 is mW; or ci16_le, raw, with the factor to mW^0.5 in the metadata) and\n"
+               "BASE.sigmf-meta the rate, centre, the first sample's UTC from the instrument, and an\n"
+               "annotation per external trigger and per sample-loss event.\n\n"
+               "  --center F             centre frequency\n"
+               "  --duration S           seconds to record (default 1)\n"
+               "  --decimation N         1 to 4096, a power of two: 50 MS/s / N (default 1)\n"
+               "  --bandwidth F          filter bandwidth (default: the widest the rate allows)\n"
+               "  --ref DBM              reference level (default 0)\n"
+               "  --atten DB             auto, or 0 to 30 in steps of 5\n"
+               "  --format cf32|ci16     sample format (default cf32)\n"
+               "  --out BASE             file names without their endings (default iq)\n"
+               "  --plot FILE            draw the recording's averaged spectrum into a PNG image\n"
+               "  --serial SERIAL        which instrument (default: the first one listed)\n\n" +
+               simulated + "\nexample:\n  zr --sim Mesa2 --tone 2.4001G:-30 iq --center 2.4G --duration 0.5 --plot iq.png\n";
     if (command == "sweep")
         return "usage: zr sweep (--start F --stop F | --center F --span F) [options]\n\n"
                "Sweeps a range and prints the strongest peaks; writes the trace to CSV and PNG on\n"
@@ -392,6 +457,7 @@ std::string helpText(const std::string& command) {
            "  list      instruments on USB that no program holds open\n"
            "  info      identity, firmware, calibration and diagnostics of one instrument\n"
            "  sweep     sweep a range: peak table, CSV and PNG plot\n"
+           "  iq        record an I/Q stream to SigMF files\n"
            "  version   library version\n\n"
            "zr COMMAND --help describes a command.\n\n" +
            simulated;

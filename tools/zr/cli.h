@@ -36,8 +36,21 @@ struct SweepRequest {
     std::string plotPath;
 };
 
+// zr iq: a stream recorded to SigMF.
+struct IQRecordRequest {
+    std::optional<double> center;     // Hz, required
+    double duration = 1.0;            // s
+    int decimation = 1;               // a power of two, 1 to 4096
+    std::optional<double> bandwidth;  // Hz; the library limits it to the rate
+    std::optional<double> refLevel;
+    std::optional<int> attenuator;
+    ZrDataType format = zrDataType32fc;
+    std::string outBase = "iq";       // BASE.sigmf-data and BASE.sigmf-meta
+    std::string plotPath;
+};
+
 struct Invocation {
-    std::string command;     // "list", "info", "sweep", "version"; empty for bare help
+    std::string command;     // "list", "info", "sweep", "iq", "version"; empty for bare help
     bool help = false;       // --help: print the command's help and stop
     std::vector<SimInstrument> sims;
     std::vector<SimTone> tones;
@@ -45,6 +58,7 @@ struct Invocation {
     std::string dataFolder;
     std::optional<int> serial;  // info: the positional SERIAL; sweep: --serial
     SweepRequest sweep;
+    IQRecordRequest iq;
 };
 
 // Fills `out` or returns false with a one-line message in `error` (without

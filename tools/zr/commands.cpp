@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "csv.h"
+#include "session.h"
 #include "peaks.h"
 #include "plot.h"
 #include "progress.h"
@@ -21,74 +22,6 @@
 
 namespace zrtool {
 namespace {
-
-std::string statusText(int status) {
-    std::string s = zrGetErrorString(status);
-    while (!s.empty() && (s.back() == '\n' || s.back() == '\r')) s.pop_back();
-    return s;
-}
-
-int fail(const std::string& what, int status, const char* hint) {
-    std::fprintf(stderr, "zr: %s: %s\n", what.c_str(), statusText(status).c_str());
-    if (hint) std::fprintf(stderr, "    hint: %s\n", hint);
-    return 1;
-}
-
-void warn(const std::string& what, int status, const char* hint = nullptr) {
-    std::fprintf(stderr, "zr: warning: %s: %s\n", what.c_str(), statusText(status).c_str());
-    if (hint) std::fprintf(stderr, "    hint: %s\n", hint);
-}
-
-// Errors stop the command; warnings are reported once and the work goes on.
-bool check(const std::string& what, ZrStatus status, int* rc, const char* hint = nullptr) {
-    if (status < 0) {
-        *rc = fail(what, status, hint);
-        return false;
-    }
-    if (status > 0) warn(what, status);
-    return true;
-}
-
-const char* openHint(ZrStatus status) {
-    switch (status) {
-        case zrDeviceNotFoundErr:
-            return "zr list shows the instruments that can be opened; with --sim, use a serial given to --sim";
-        case zrMaxDevicesErr: return "nine instruments are open in this process already";
-        case zrBootErr: case zrFPGABootErr: case zrFX3LoadErr:
-            return "unplug the instrument, plug it back in and try again";
-        case zrInvalidCalFileVersionErr: return "the instrument's calibration is older than this library accepts";
-        default: return nullptr;
-    }
-}
-
-// An open handle, closed on every way out of a command.
-class OpenDevice {
-public:
-    ~OpenDevice() {
-        if (handle_ >= 0) zrCloseDevice(handle_);
-    }
-    bool open(const Invocation& inv, int* rc) {
-        int h = -1;
-        const ZrStatus s = inv.serial ? zrOpenDeviceBySerial(&h, *inv.serial) : zrOpenDevice(&h);
-        const std::string what = inv.serial ? "open " + std::to_string(*inv.serial) : std::string("open");
-        if (s < 0) {
-            *rc = fail(what, s, openHint(s));
-            return false;
-        }
-        handle_ = h;
-        if (s > 0) warn(what, s);
-        zrGetDeviceInfo(h, &type_, &serial_);
-        return true;
-    }
-    int handle() const { return handle_; }
-    ZrDeviceType type() const { return type_; }
-    int serial() const { return serial_; }
-
-private:
-    int handle_ = -1;
-    ZrDeviceType type_ = zrDeviceTypeMesa1;
-    int serial_ = 0;
-};
 
 std::string dateText(uint64_t seconds) {
     if (seconds == 0xFFFFFFFFu) return "none (uncorrected measurements)";

@@ -13,6 +13,7 @@ int prepareSession(const Invocation& inv);
 int runList(const Invocation& inv);
 int runInfo(const Invocation& inv);
 int runSweep(const Invocation& inv);
+int runIQ(const Invocation& inv);
 int runVersion(const Invocation& inv);
 
 }  // namespace zrtool

@@ -23,5 +23,6 @@ int main(int argc, char** argv) {
     if (inv.command == "list") return runList(inv);
     if (inv.command == "info") return runInfo(inv);
     if (inv.command == "sweep") return runSweep(inv);
+    if (inv.command == "iq") return runIQ(inv);
     return runVersion(inv);
 }

@@ -25,6 +25,11 @@ Progress::~Progress() {
 
 void Progress::done(int steps) { done_.store(steps); }
 
+void Progress::detail(std::string text) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    detail_ = std::move(text);
+}
+
 void Progress::run() {
     std::unique_lock<std::mutex> lock(mutex_);
     // Nothing for the first second: most runs are over by then.
@@ -44,7 +49,7 @@ void Progress::draw(double seconds) {
     const int pulse = static_cast<int>(seconds * 8) % kBar;
     for (int i = 0; i < kBar; ++i) bar[i] = i < filled ? '#' : (i == pulse && n < total_ ? '>' : '.');
     bar[kBar] = '\0';
-    std::fprintf(stderr, "\r%s [%s] %d/%d  %.1f s\033[K", label_.c_str(), bar, n, total_, seconds);
+    std::fprintf(stderr, "\r%s [%s] %d/%d  %.1f s  %s\033[K", label_.c_str(), bar, n, total_, seconds, detail_.c_str());
     std::fflush(stderr);
     drawn_ = true;
 }

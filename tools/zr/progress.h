@@ -17,6 +17,8 @@ public:
     Progress(std::string label, int total);
     ~Progress();  // erases the bar
     void done(int steps);
+    // Text shown after the bar, such as a rate; may change at any time.
+    void detail(std::string text);
 
 private:
     void run();
@@ -29,6 +31,7 @@ private:
     bool drawn_ = false;
     std::chrono::steady_clock::time_point start_;
     std::mutex mutex_;
+    std::string detail_;
     std::condition_variable wake_;
     bool stop_ = false;
     std::thread thread_;
