@@ -3,15 +3,13 @@
 // once a sweep has been started.
 #include <benchmark/benchmark.h>
 
+#include "alloc_counter.h"
 #include "opened_sim.h"
 
-#include <pthread.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <new>
 #include <random>
 #include <vector>
 
@@ -23,35 +21,6 @@
 #include "sweep/spectrum_processor.h"
 #include "zr_api.h"
 #include "zr_sim.h"
-
-// ---- allocation counter: engine threads, and the caller inside zrGetSweep.
-namespace {
-std::atomic<uint64_t> gEngineAllocs{0};
-thread_local bool tCountCaller = false;
-thread_local int tEngineThread = -1;  // unknown until the first allocation
-
-bool onEngineThread() {
-    if (tEngineThread < 0) {
-        char name[16] = {};
-        pthread_getname_np(pthread_self(), name, sizeof name);
-        tEngineThread = std::strncmp(name, "ZRSweep", 7) == 0 ? 1 : 0;
-    }
-    return tEngineThread == 1;
-}
-
-void* countedAlloc(size_t n) {
-    if (tCountCaller || onEngineThread()) gEngineAllocs.fetch_add(1, std::memory_order_relaxed);
-    if (void* p = std::malloc(n ? n : 1)) return p;
-    throw std::bad_alloc();
-}
-}  // namespace
-
-void* operator new(size_t n) { return countedAlloc(n); }
-void* operator new[](size_t n) { return countedAlloc(n); }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, size_t) noexcept { std::free(p); }
-void operator delete[](void* p, size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -85,15 +54,15 @@ void BM_FullSpanSweep(benchmark::State& state) {
     const double blocks = samples / 2048 + 4;
 
     zrGetSweep(sim.handle, mn.data(), mx.data(), nullptr);  // first use allocates the traces
-    gEngineAllocs = 0;
+    zr::bench::resetEngineAllocations();
     for (auto _ : state) {
-        tCountCaller = true;
+        zr::bench::countCaller(true);
         zrGetSweep(sim.handle, mn.data(), mx.data(), nullptr);
-        tCountCaller = false;
+        zr::bench::countCaller(false);
     }
     const double sweeps = double(state.iterations());
     state.counters["MS/s"] = benchmark::Counter(sweeps * samples / 1e6, benchmark::Counter::kIsRate);
-    state.counters["allocs_per_block"] = double(gEngineAllocs.load()) / (sweeps * blocks);
+    state.counters["allocs_per_block"] = double(zr::bench::engineAllocations()) / (sweeps * blocks);
     state.counters["bins"] = length;
 }
 BENCHMARK(BM_FullSpanSweep)->Arg(1000000)->Arg(100000)->Arg(30000)->Arg(10000)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
@@ -118,13 +87,13 @@ void BM_FullSpanOnSimTransport(benchmark::State& state) {
         zr::EngineSweepController engine(dev, dev.sweep, plan, list);
         std::vector<float> mn(static_cast<size_t>(dev.sweep.sweepLength));
         engine.getSweep(mn.data(), nullptr, nullptr);
-        gEngineAllocs = 0;
+        zr::bench::resetEngineAllocations();
         for (auto _ : state) {
-            tCountCaller = true;
+            zr::bench::countCaller(true);
             engine.getSweep(mn.data(), mn.data(), nullptr);
-            tCountCaller = false;
+            zr::bench::countCaller(false);
         }
-        state.counters["allocs_per_block"] = double(gEngineAllocs.load()) / (double(state.iterations()) * blocks);
+        state.counters["allocs_per_block"] = double(zr::bench::engineAllocations()) / (double(state.iterations()) * blocks);
         state.counters["MS/s"] =
             benchmark::Counter(double(state.iterations()) * (blocks - 4) * 2048 / 1e6, benchmark::Counter::kIsRate);
     }

@@ -21,9 +21,11 @@ using namespace detail;
 Instrument::Instrument(ZrDeviceType type, int serial)
     : type_(type), serial_(serial), epoch_(std::chrono::steady_clock::now()), regs_(0x10000, 0),
       rf_(type == zrDeviceTypeRidge2 || type == zrDeviceTypeRidge3), fft_(std::make_unique<FftSweep>()) {
-    // Tick 0 is now: the instrument's UTC starts out as the host's.
-    utcAtTickZeroNs_ = std::chrono::duration_cast<std::chrono::nanoseconds>(
-                           std::chrono::system_clock::now().time_since_epoch()).count() & ~int64_t(3);
+    // Tick 0 is the moment epoch_ was taken: the instrument's UTC starts out
+    // as the host's.
+    const int64_t sinceEpoch = nowNs();
+    utcAtTickZeroNs_ = (std::chrono::duration_cast<std::chrono::nanoseconds>(
+                            std::chrono::system_clock::now().time_since_epoch()).count() - sinceEpoch) & ~int64_t(3);
     noiseRe_.resize(kNoiseTable);
     noiseIm_.resize(kNoiseTable);
     uint64_t s = 0x2545F4914F6CDD1Dull ^ static_cast<uint64_t>(serial);

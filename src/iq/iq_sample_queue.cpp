@@ -11,12 +11,15 @@ namespace zr {
 namespace {
 
 // float -> int16 with the factor 2^15, rounded to nearest (floor(x + 0.5))
-// and saturated. Written for the compiler to vectorise.
-void floatToInt16(const float* src, int16_t* dst, size_t n) {
+// and saturated, NaN to the lowest value. The floor is a truncation
+// corrected by a compare, so the loop vectorises without SSE4.1.
+void floatToInt16(const float* __restrict src, int16_t* __restrict dst, size_t n) {
     for (size_t i = 0; i < n; ++i) {
-        float x = std::floor(src[i] * 32768.0f + 0.5f);
-        x = x < -32768.0f ? -32768.0f : (x > 32767.0f ? 32767.0f : x);
-        dst[i] = static_cast<int16_t>(static_cast<int32_t>(x));
+        float y = src[i] * 32768.0f + 0.5f;
+        y = y > -32768.0f ? y : -32768.0f;
+        y = y < 32767.0f ? y : 32767.0f;
+        const int32_t t = static_cast<int32_t>(y);
+        dst[i] = static_cast<int16_t>(static_cast<float>(t) > y ? t - 1 : t);
     }
 }
 
