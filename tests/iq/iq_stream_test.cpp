@@ -416,6 +416,11 @@ TEST_P(IQStream, AbortReleasesAWaitingReaderAndBadCallsAreRefused) {
     EXPECT_EQ(zrGetIQ(handle, buf.data(), 0, nullptr, 0, nullptr, zrFalse, nullptr, nullptr), zrInvalidParameterErr);
     EXPECT_EQ(zrGetIQ(handle, buf.data(), 16, nullptr, 4, nullptr, zrFalse, nullptr, nullptr), zrNullPtrErr);
     EXPECT_EQ(zrGetIQCorrection(handle, nullptr), zrNullPtrErr);
+    // Each transfer of 7 chunks of 2048 samples, after 4096 on the host,
+    // stores 28 samples.
+    int remaining = 0;
+    ASSERT_GE(zrGetIQ(handle, buf.data(), 1, nullptr, 0, nullptr, zrFalse, nullptr, &remaining), zrNoError);
+    EXPECT_EQ((remaining + 1) % 28, 0) << remaining;
 
     zrSetIQTriggerSentinel(-7.0);
     std::atomic<ZrStatus> status{zrMeasErr};
