@@ -1,5 +1,7 @@
 #include "fft_sweep.h"
 
+#include "rf_model.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -53,7 +55,7 @@ double FftSweep::bandCentreHz(bool direct, bool halfClock, double loHz) {
     return loHz - 125e6;
 }
 
-bool FftSweep::capture(const uint32_t* regs, const Scene& scene) {
+bool FftSweep::capture(const uint32_t* regs, const Scene& scene, bool& clipped) {
     const int n = static_cast<int>(regs[kRegFftSize]);
     if (regs[kRegDataPath] != kFftSweepArmed || n < 32 || n > kMaxSize || (n & (n - 1)) != 0) return false;
 
@@ -64,10 +66,13 @@ bool FftSweep::capture(const uint32_t* regs, const Scene& scene) {
         window_[n - 1 - i] = w;
     }
 
-    // Noise over the whole IF band, then the tones that fall into it.
+    // Noise over the whole IF band (the scene's through the path, and the
+    // converter's own), then the tones that fall into it.
     const double centre = scene.centreHz;
-    const double noiseDbfs = scene.noiseDbmPerHz + 10.0 * std::log10(kRate) + scene.pathGainDb(centre);
-    const double sigma = std::pow(10.0, noiseDbfs / 20.0) / std::sqrt(2.0);
+    const double bandDb = 10.0 * std::log10(kRate);
+    const double noisePower = std::pow(10.0, (scene.noiseDbmPerHz + bandDb + scene.pathGainDb(centre)) / 10.0) +
+                              std::pow(10.0, (model::kAdcNoiseDbfsPerHz + bandDb) / 10.0);
+    const double sigma = std::sqrt(noisePower / 2.0);
     const size_t start = xorshift(rng_) % (kNoiseTable - kMaxSize);
     for (int i = 0; i < n; ++i) {
         re_[i] = sigma * noiseRe_[start + i];
@@ -95,7 +100,15 @@ bool FftSweep::capture(const uint32_t* regs, const Scene& scene) {
             }
         }
     }
+    // The converter clips each of I and Q at its full scale, as the stream's does.
+    clipped = false;
     for (int i = 0; i < n; ++i) {
+        const double fs = model::kAdcFullScale;
+        if (std::fabs(re_[i]) > fs || std::fabs(im_[i]) > fs) {
+            clipped = true;
+            re_[i] = std::clamp(re_[i], -fs, fs);
+            im_[i] = std::clamp(im_[i], -fs, fs);
+        }
         re_[i] *= window_[i] * kFixedScale;
         im_[i] *= window_[i] * kFixedScale;
     }

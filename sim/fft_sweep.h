@@ -35,8 +35,8 @@ public:
 
     // A 0x15 word: regs is the register file (FFT size, arming, window).
     // Returns false when the FFT sweep is not armed or its size is invalid;
-    // nothing is captured then.
-    bool capture(const uint32_t* regs, const Scene& scene);
+    // nothing is captured then. `clipped`: the converter clipped a sample.
+    bool capture(const uint32_t* regs, const Scene& scene, bool& clipped);
     // A 0x25ii0000 word: the result it reads, as a handle for render().
     uint32_t fetch(uint32_t block);
     // Fills one reply of a fetch; results that no longer exist read zero.

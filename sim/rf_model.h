@@ -29,6 +29,12 @@ double lowFreqLossDb(double freqHz);
 double ifShapeDb(double w, double slicePos, double celsius);
 double ifRatio(double w, double slicePos, double celsius);
 double ifPhase(double w, double slicePos, double celsius);
+// The converter: its own noise floor, which no attenuator setting removes,
+// and its full scale (1.0, where each of I and Q clips). Every path that
+// turns the ADC's samples into results (the stream and the instrument's
+// FFT) sees the same converter.
+constexpr double kAdcNoiseDbfsPerHz = -165.0;
+constexpr double kAdcFullScale = 1.0;
 }  // namespace model
 
 // What the words put in force.

@@ -104,8 +104,12 @@ void Instrument::captureFftLocked() {
     const RfPath path = rf_.path(celsius_);
     const double centre = fftBandCentreLocked(path);
     if (ifFilterLoaded_) decodeIFTaps(regs_, ifTapsA_.data(), ifTapsB_.data());
-    fft_->capture(regs_.data(), FftSweep::Scene{tones_, noiseDbmPerHz_, centre, !centerOverride_ && path.direct,
-                                                [&](double f) { return fftChainGainLocked(path, centre, f); }});
+    bool clipped = false;
+    fft_->capture(regs_.data(),
+                  FftSweep::Scene{tones_, noiseDbmPerHz_, centre, !centerOverride_ && path.direct,
+                                  [&](double f) { return fftChainGainLocked(path, centre, f); }},
+                  clipped);
+    clippedSinceStatus_ |= clipped;
 }
 
 void Instrument::rebuildScene() {
@@ -154,7 +158,6 @@ void Instrument::rebuildScene() {
     toneStates_ = std::move(next);
     // The scene's noise through the path, plus the converter's own floor,
     // which no attenuator setting removes.
-    constexpr double kAdcNoiseDbfsPerHz = -165.0;
     const double bandDb = 10.0 * std::log10(sampleRate_);
     double noiseDbfs = noiseDbmPerHz_ + bandDb + pathGainDb(centre, attenDb_, celsius_);
     if (!centerOverride_) {
@@ -163,7 +166,7 @@ void Instrument::rebuildScene() {
         ifChannels(1.0 / 64.0, slicePos, ti, tq);
         noiseDbfs += 10.0 * std::log10((std::norm(ti) + std::norm(tq)) / 2.0);
     }
-    const double power = std::pow(10.0, noiseDbfs / 10.0) + std::pow(10.0, (kAdcNoiseDbfsPerHz + bandDb) / 10.0);
+    const double power = std::pow(10.0, noiseDbfs / 10.0) + std::pow(10.0, (model::kAdcNoiseDbfsPerHz + bandDb) / 10.0);
     noiseSigma_ = static_cast<float>(32767.0 * std::sqrt(power / 2.0));
 }
 

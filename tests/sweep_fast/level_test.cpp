@@ -122,6 +122,39 @@ TEST_P(FastNarrowLevel, FastToneReadsItsPowerAcrossBandsTemperaturesAndAttenuato
     });
 }
 
+// One converter behind every engine: the noise floor reads the same through
+// the stepped and the fast engine, and an input that clips the converter is
+// reported as an overload by all three.
+TEST_P(FastNarrowLevel, EnginesAgreeOnNoiseAndOverload) {
+    auto run = [&](ZrSweepSpeed speed, double centre, double span, float* median) {
+        zrSetSweepSpeed(handle, speed);
+        zrSetSweepCenterSpan(handle, centre, span);
+        zrSetSweepCoupling(handle, 1e5, 1e5, 0.0);
+        EXPECT_GE(zrConfigure(handle, zrModeSweeping), zrNoError);
+        int length = 0;
+        zrGetSweepParameters(handle, nullptr, nullptr, nullptr, nullptr, &length);
+        std::vector<float> trace(static_cast<size_t>(length));
+        const ZrStatus s = zrGetSweep(handle, nullptr, trace.data(), nullptr);
+        std::nth_element(trace.begin(), trace.begin() + length / 2, trace.end());
+        if (median) *median = trace[size_t(length / 2)];
+        return s;
+    };
+    zrSetSweepDetector(handle, zrDetectorAverage, zrVideoPower);
+    zrSetRefLevel(handle, 0.0);
+    zrSetAttenuator(handle, -1);
+    float normal = 0, fast = 0;
+    run(zrSweepSpeedNormal, 1.1e9, 2e8, &normal);
+    run(zrSweepSpeedFast, 1.1e9, 2e8, &fast);
+    EXPECT_NEAR(fast, normal, 1.0);
+
+    zrSimAddTone(kSerial, 1.1e9, 10.0);
+    zrSetRefLevel(handle, -50.0);
+    zrSetAttenuator(handle, 0);
+    EXPECT_EQ(run(zrSweepSpeedNormal, 1.1e9, 2e8, nullptr), zrADCOverflow);
+    EXPECT_EQ(run(zrSweepSpeedFast, 1.1e9, 2e8, nullptr), zrADCOverflow);
+    EXPECT_EQ(run(zrSweepSpeedAuto, 1.1e9, 1e6, nullptr), zrADCOverflow);  // narrow
+}
+
 INSTANTIATE_TEST_SUITE_P(Families, FastNarrowLevel, ::testing::Values(zrDeviceTypeMesa2, zrDeviceTypeRidge2));
 
 }  // namespace
