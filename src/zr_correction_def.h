@@ -124,6 +124,9 @@ struct TimebaseCacheRecord {
     static constexpr size_t kSize = 64;
     uint64_t date = 0;    // seconds since 1970
     uint16_t value = 0;   // coarse-tune value
+    // At offset 20, in what the format leaves zero: the instrument the value
+    // belongs to. 0 in files written before it was recorded.
+    uint32_t serial = 0;
 };
 void encodeTimebaseCache(const TimebaseCacheRecord& record, uint8_t out[TimebaseCacheRecord::kSize]);
 // False unless the bytes are exactly one record with the right magic and

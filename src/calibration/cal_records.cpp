@@ -115,6 +115,7 @@ void encodeTimebaseCache(const TimebaseCacheRecord& record, uint8_t out[Timebase
     std::memcpy(out + 4, &version, 4);
     std::memcpy(out + 8, &record.date, 8);
     std::memcpy(out + 16, &record.value, 2);
+    std::memcpy(out + 20, &record.serial, 4);
 }
 
 bool decodeTimebaseCache(const uint8_t* bytes, size_t size, TimebaseCacheRecord& record) {
@@ -123,6 +124,7 @@ bool decodeTimebaseCache(const uint8_t* bytes, size_t size, TimebaseCacheRecord&
     if (loadAt<uint32_t>(bytes, 4) != TimebaseCacheRecord::kVersion) return false;
     record.date = loadAt<uint64_t>(bytes, 8);
     record.value = loadAt<uint16_t>(bytes, 16);
+    record.serial = loadAt<uint32_t>(bytes, 20);
     return true;
 }
 

@@ -20,8 +20,10 @@ struct StoredTimebase {
 // non-empty folder and the name when the folder lacks one.
 std::string timebaseFilePath(const std::string& folder, int serial);
 bool writeTimebaseFile(const std::string& folder, int serial, const StoredTimebase& record);
-// Leaves `record` alone unless the file exists, is exactly one record long
-// and carries the right magic and version.
+// Leaves `record` alone unless the file exists, is exactly one record long,
+// carries the right magic and version, was written for this serial (or by a
+// writer that recorded none), holds a tune value and is not dated in the
+// future. A refused file is logged with the reason.
 bool readTimebaseFile(const std::string& folder, int serial, StoredTimebase& record);
 
 // Date of the newest entry of a calibration record's timebase history: the

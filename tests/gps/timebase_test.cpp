@@ -107,6 +107,22 @@ TEST(TimebaseFile, MissingOrMalformedFilesAreNotReadAndLeaveTheRecord) {
     auto badVersion = b;
     badVersion[4] = 2;
     tryBytes(badVersion, "version");
+    auto otherSerial = b;
+    otherSerial[20] = 2;  // written for instrument 2
+    tryBytes(otherSerial, "serial");
+    auto noTune = b;
+    noTune[16] = noTune[17] = 0xFF;
+    tryBytes(noTune, "tune 0xFFFF");
+    auto future = b;
+    future[15] = 0x01;  // 2^56 s
+    tryBytes(future, "future date");
+    // A writer that recorded no serial is taken at its word.
+    auto noSerial = b;
+    noSerial[20] = 0;
+    writeBytes(tmp.file("zr00000001gps.bin"), noSerial);
+    StoredTimebase older;
+    EXPECT_TRUE(readTimebaseFile(tmp.folder(), 1, older));
+    EXPECT_EQ(older.tune, 5);
 
     // A folder by the file's name is not a file.
     std::filesystem::remove(tmp.file("zr00000001gps.bin"));
