@@ -600,7 +600,8 @@ ZR_EXPORT ZrStatus zrGetGPSHoldoverInfo(int device, ZrBool* usingHoldover, uint6
 /* state: 0 no lock, 1 locked, 2 locked and disciplining the timebase.
    Reads a fresh status in zrModeIdle. */
 ZR_EXPORT ZrStatus zrGetGPSState(int device, int* state);
-/* All pointers optional. nmeaLen: capacity of nmea in, bytes written with the
+/* All pointers optional. secSinceEpoch: the last pulse's UTC in whole seconds
+   since 1970. nmeaLen: capacity of nmea in, bytes written with the
    terminator out. Without a lock: zeros and zrGPSNotLockedErr. */
 ZR_EXPORT ZrStatus zrGetGPSInfo(int device, ZrBool refresh, ZrBool* updated, int64_t* secSinceEpoch,
                                 double* latitude, double* longitude, double* altitude, char* nmea,
@@ -625,7 +626,12 @@ ZR_EXPORT ZrStatus zrGetCurrentMode(int device, ZrMode* mode);
  * A sweep queue of 16 positions (0..15): zrStartSweep queues a sweep,
  * zrFinishSweep waits for it and copies sweepLength values to each trace
  * that is not null. zrGetSweep is both at position 0. The narrow-span
- * engine acquires inside the finish and ignores positions. */
+ * engine acquires inside the finish and ignores positions.
+ * timestamp (optional): when the sweep's last status block was taken, in ns
+ * since 1970 UTC; from the instrument's GPS time while it has a fix, else
+ * from the host clock carried on by the instrument's tick counter.
+ * Threads: the three sweep calls of one device are for one calling thread;
+ * zrAbort from another waits for sweeps in flight. */
 ZR_EXPORT ZrStatus zrStartSweep(int device, int position);
 ZR_EXPORT ZrStatus zrFinishSweep(int device, int position, float* sweepMin, float* sweepMax, int64_t* timestamp);
 ZR_EXPORT ZrStatus zrGetSweep(int device, float* sweepMin, float* sweepMax, int64_t* timestamp);

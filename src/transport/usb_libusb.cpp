@@ -6,9 +6,11 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <set>
 #include <thread>
 
 #include "platform/threads.h"
+#include "platform/error_log.h"
 #include "transport/usb_bus.h"
 
 namespace zr {
@@ -144,7 +146,7 @@ public:
     }
 
     bool vendorReset() override {
-        const uint8_t type = LIBUSB_REQUEST_TYPE_VENDOR | LIBUSB_RECIPIENT_DEVICE | LIBUSB_ENDPOINT_OUT;
+        const uint8_t type = uint8_t(LIBUSB_REQUEST_TYPE_VENDOR) | uint8_t(LIBUSB_RECIPIENT_DEVICE) | uint8_t(LIBUSB_ENDPOINT_OUT);
         // The instrument drops off the bus while answering, so an I/O error
         // here still means the reset was taken.
         libusb_control_transfer(handle_, type, kVendorResetRequest, 0, 0, nullptr, 0, kControlTimeoutMs);
@@ -178,7 +180,10 @@ public:
             libusb_device_descriptor desc{};
             if (libusb_get_device_descriptor(list[i], &desc) != 0 || desc.idVendor != kInstrumentVendorId) continue;
             libusb_device_handle* h = nullptr;
-            if (libusb_open(list[i], &h) != 0) continue;
+            if (const int rc = libusb_open(list[i], &h); rc != 0) {
+                if (rc == LIBUSB_ERROR_ACCESS) noteNoAccess(list[i]);
+                continue;
+            }
             UsbDeviceInfo info;
             info.bus = this;
             info.id = locationId(list[i]);
@@ -213,6 +218,17 @@ public:
     }
 
 private:
+    // A present instrument that cannot be opened is not silently absent:
+    // the log says why, once per place on the bus.
+    void noteNoAccess(libusb_device* d) {
+        const unsigned bus = libusb_get_bus_number(d), address = libusb_get_device_address(d);
+        std::lock_guard<std::mutex> lock(m_);
+        if (!noAccessLogged_.insert(bus << 8 | address).second) return;
+        logError("Error: %s instrument on USB bus %03u device %03u cannot be opened: permission denied; install "
+                 "udev/60-zr-instruments.rules and join the plugdev group\n",
+                 __func__, bus, address);
+    }
+
     // Asynchronous completions need someone to pump libusb's events.
     void startEvents() {
         std::lock_guard<std::mutex> lock(m_);
@@ -227,6 +243,7 @@ private:
 
     libusb_context* ctx_ = nullptr;
     std::mutex m_;
+    std::set<unsigned> noAccessLogged_;
     std::thread events_;
     std::atomic<bool> stop_{false};
 };

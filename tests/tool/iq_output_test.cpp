@@ -10,6 +10,7 @@
 
 #include "zr/sigmf.h"
 #include "zr/spectrum.h"
+#include "zr/units.h"
 
 using namespace zrtool;
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <png.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -15,6 +16,8 @@
 #include "zr/font.h"
 #include "zr/peaks.h"
 #include "zr/plot.h"
+#include "zr/sweep_output.h"
+#include "zr/usb_access.h"
 
 using namespace zrtool;
 
@@ -118,6 +121,34 @@ TEST(ToolPlot, TicksAreRoundAndShareOneUnit) {
     const auto levels = niceTicks(-103, -17, 8);
     EXPECT_EQ(levels.front(), -100);
     EXPECT_EQ(levels[1] - levels[0], 20);
+    // A span under 1 % of its frequency is labelled as offsets from a round
+    // centre, in the span's unit.
+    const FrequencyAxis narrow = frequencyAxis(2.92995e9, 2.93005e9, 10);
+    EXPECT_EQ(narrow.title, "kHz from 2.930000 GHz");
+    ASSERT_GE(narrow.ticks.size(), 3u);
+    EXPECT_EQ(narrow.ticks.front().label, "-50");
+    EXPECT_EQ(narrow.ticks.back().label, "+50");
+    EXPECT_DOUBLE_EQ(narrow.ticks.back().value, 2.93005e9);
+    EXPECT_EQ(frequencyAxis(1e9, 3e9, 10).title, "Frequency (GHz)");
+}
+
+TEST(ToolOutputs, NumpyHeaderAndWaterfallColumns) {
+    // Version 1.0, a 64-byte-aligned header ending in a newline.
+    const std::string h = npyHeader(12, 6553);
+    ASSERT_EQ(h.size(), 128u);
+    EXPECT_EQ(h.substr(0, 8), std::string("\x93NUMPY\x01\x00", 8));
+    EXPECT_EQ(uint8_t(h[8]) + 256 * uint8_t(h[9]), 118);
+    EXPECT_NE(h.find("'shape': (12, 6553)"), std::string::npos);
+    EXPECT_EQ(h.back(), '\n');
+    // Each column shows the highest of its bins; a narrow peak survives.
+    std::vector<float> trace(10000, -100.0f);
+    trace[5003] = -20.0f;
+    const std::vector<float> row = waterfallRow(trace.data(), int(trace.size()));
+    ASSERT_EQ(row.size(), size_t(kWaterfallColumns));
+    EXPECT_EQ(*std::max_element(row.begin(), row.end()), -20.0f);
+    EXPECT_EQ(std::count(row.begin(), row.end(), -20.0f), 1);
+    EXPECT_EQ(waterfallColour(0.0), (Rgb{10, 10, 60}));
+    EXPECT_EQ(waterfallColour(2.0), (Rgb{220, 40, 30}));
 }
 
 TEST(ToolPlot, EveryLabelCharacterHasAGlyph) {
@@ -140,7 +171,7 @@ TEST(ToolPlot, TraceAndMarkerLandWhereTheToneIs) {
     auto peaks = findPeaks(t.data(), bins, start, bin, PeakSearch{});
     ASSERT_EQ(peaks.size(), 2u);
     PlotGeometry g{};
-    const Image img = renderPlot({t.data(), bins, start, bin, "Mesa2 10000001", "RBW 100 kHz", peaks}, &g);
+    const Image img = renderPlot({t.data(), bins, start, bin, "Mesa2 10000001", "RBW 100 kHz", peaks, std::nullopt}, &g);
 
     // The highest trace pixel is the strong tone, found however much the
     // trace was thinned out.
@@ -185,4 +216,28 @@ TEST(ToolPlot, PngReadsBackPixelForPixel) {
     EXPECT_EQ(read.height, 30u);
     EXPECT_EQ(px, img.rgb());
     EXPECT_FALSE(writePng(dir.str() + "no/p.png", img, &error));
+}
+
+TEST(ToolUsbAccess, FindsTheInstrumentsNodesInTheKernelsList) {
+    zr::test::TempFolder tmp;
+    const std::string sys = tmp.str() + "sys", dev = tmp.str() + "dev";
+    auto device = [&](const std::string& name, const char* vendor, const char* bus, const char* num) {
+        std::filesystem::create_directories(sys + "/" + name);
+        std::ofstream(sys + "/" + name + "/idVendor") << vendor << "\n";
+        std::ofstream(sys + "/" + name + "/busnum") << bus << "\n";
+        std::ofstream(sys + "/" + name + "/devnum") << num << "\n";
+    };
+    device("1-2", "7a31", "1", "5");
+    device("1-3", "046d", "1", "6");  // another vendor's
+    device("2-1", "7a31", "2", "12");
+    std::filesystem::create_directories(dev + "/002");
+    std::ofstream(dev + "/002/012") << "";
+    std::vector<UsbNode> nodes = instrumentNodes(sys, dev);
+    std::sort(nodes.begin(), nodes.end(), [](const UsbNode& a, const UsbNode& b) { return a.bus < b.bus; });
+    ASSERT_EQ(nodes.size(), 2u);
+    EXPECT_EQ(nodes[0].path, dev + "/001/005");
+    EXPECT_FALSE(nodes[0].accessible);  // no node at all
+    EXPECT_EQ(nodes[1].path, dev + "/002/012");
+    EXPECT_TRUE(nodes[1].accessible);
+    EXPECT_TRUE(instrumentNodes(tmp.str() + "absent", dev).empty());
 }

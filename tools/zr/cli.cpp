@@ -188,6 +188,17 @@ const std::vector<Option>& options() {
         {"--speed", "sweep", true, [](Invocation& i, const std::string& v) { return choiceInto(i.sweep.speed, kSpeeds, "--speed", v); }},
         {"--count", "sweep", true,
          [](Invocation& i, const std::string& v) { return countInto(i.sweep.count, "--count", v, 1, 100000, "a number of sweeps, "); }},
+        {"--repeat", "sweep", true,
+         [](Invocation& i, const std::string& v) { return countInto(i.sweep.repeat, "--repeat", v, 1, 10000000, "a number of sweeps, "); }},
+        {"--continuous", "sweep", false, [](Invocation& i, const std::string&) -> std::string {
+             i.sweep.continuous = true;
+             return {};
+         }},
+        {"--waterfall", "sweep", true, [](Invocation& i, const std::string& v) { return pathInto(i.sweep.waterfallPath, "--waterfall", v); }},
+        {"--autoscale", "sweep", false, [](Invocation& i, const std::string&) -> std::string {
+             i.sweep.autoscale = true;
+             return {};
+         }},
         {"--peaks", "sweep", true,
          [](Invocation& i, const std::string& v) { return countInto(i.sweep.peaks, "--peaks", v, 0, 100, ""); }},
         {"--csv", "sweep", true, [](Invocation& i, const std::string& v) { return pathInto(i.sweep.csvPath, "--csv", v); }},
@@ -211,7 +222,10 @@ const std::vector<Option>& options() {
              else return "--format " + v + ": cf32 or ci16";
              return {};
          }},
-        {"--out", "iq", true, [](Invocation& i, const std::string& v) { return pathInto(i.iq.outBase, "--out", v); }},
+        {"--out", "sweep iq", true,
+         [](Invocation& i, const std::string& v) {
+             return pathInto(i.command == "iq" ? i.iq.outBase : i.sweep.npyPath, "--out", v);
+         }},
         {"--force", "sweep", false, [](Invocation& i, const std::string&) -> std::string {
              i.sweep.force = true;
              return {};
@@ -252,6 +266,11 @@ std::string checkSweep(const Invocation& inv) {
         return "impossible range: --center " + formatFrequency(*s.center) + " with --span " +
                formatFrequency(*s.span) + " reaches below 0 Hz";
     if (s.rbw && *s.rbw <= 0) return "--rbw must be above 0 Hz";
+    if (s.continuous && s.repeat > 1) return "give either --repeat N or --continuous, not both";
+    if (!s.waterfallPath.empty() && !s.continuous && s.repeat < 2)
+        return "--waterfall draws repeated sweeps: add --repeat N (2 or more) or --continuous";
+    if (!s.npyPath.empty() && (s.npyPath.size() < 5 || s.npyPath.compare(s.npyPath.size() - 4, 4, ".npy") != 0))
+        return "--out " + s.npyPath + ": a numpy file name ending in .npy";
     if (s.vbw && *s.vbw <= 0) return "--vbw must be above 0 Hz";
     // A bare number is hertz; users of other sweep tools often mean MHz.
     for (const auto& [name, value] : {std::pair{"--start", s.start}, std::pair{"--stop", s.stop}, std::pair{"--center", s.center}})
@@ -446,10 +465,20 @@ std::string helpText(const std::string& command) {
                "  --ref DBM              reference level (default 0)\n"
                "  --atten DB             auto, or 0 to 30 in steps of 5\n"
                "  --count N              sweep N times and report the power average\n"
+               "  --repeat N             report N sweeps, each with its index and time\n"
+               "  --continuous           report sweeps until interrupted (Ctrl-C ends after the\n"
+               "                         sweep in progress, with everything complete written)\n"
                "  --serial SERIAL        which instrument (default: the first one listed)\n"
                "  --peaks N              rows of the peak table (default 5; 0: none)\n"
-               "  --csv FILE             write frequency_hz,level_dbm rows\n"
-               "  --plot FILE            draw the trace into a PNG image\n"
+               "  --csv FILE             write frequency_hz,level_dbm rows; with --repeat or\n"
+               "                         --continuous sweep,time_utc,time_ns,frequency_hz,level_dbm;\n"
+               "                         FILE - is standard output\n"
+               "  --out FILE.npy         the sweeps as a numpy float32 array (sweeps x bins), with\n"
+               "                         the frequency axis and times in FILE.json\n"
+               "  --plot FILE            draw the (last) trace into a PNG image, the reference level\n"
+               "                         at the top\n"
+               "  --autoscale            fit the plot's level axis to the trace instead\n"
+               "  --waterfall FILE       draw repeated sweeps as a PNG: time down, frequency across\n"
                "  --force                sweep even past ten million points\n\n" +
                simulated + "\nexample:\n  zr --sim Mesa2 --tone 2.4G:-30 sweep --start 2G --stop 3G --plot sweep.png\n";
     return "usage: zr [--sim MODEL[:SERIAL]]... COMMAND [options]\n\n"

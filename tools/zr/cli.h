@@ -29,11 +29,16 @@ struct SweepRequest {
     std::optional<ZrDetector> detector;
     std::optional<ZrWindowType> window;
     std::optional<ZrSweepSpeed> speed;
-    int count = 1;
+    int count = 1;       // sweeps power-averaged into each one reported
+    int repeat = 1;      // sweeps reported, each with its index and time
+    bool continuous = false;  // report sweeps until interrupted
     int peaks = 5;
     bool force = false;  // plan past the tool's ten million points
-    std::string csvPath;
+    bool autoscale = false;   // the plot's level axis fits the data, not the reference level
+    std::string csvPath;      // "-": standard output
     std::string plotPath;
+    std::string npyPath;      // --out: sweeps x bins as float32
+    std::string waterfallPath;
 };
 
 // zr iq: a stream recorded to SigMF.

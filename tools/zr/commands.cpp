@@ -1,8 +1,11 @@
 #include "commands.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <cmath>
+#include <csignal>
+#include <optional>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +16,8 @@
 
 #include "csv.h"
 #include "session.h"
+#include "sweep_output.h"
+#include "usb_access.h"
 #include "peaks.h"
 #include "plot.h"
 #include "progress.h"
@@ -99,7 +104,28 @@ bool applySettings(int h, const SweepRequest& s, int* rc) {
     return check("scale", zrSetSweepScale(h, zrScaleLog), rc);
 }
 
-bool acquire(const OpenDevice& dev, const SweepRequest& req, SweepResult* out, int* rc) {
+// Ctrl-C ends a run after the sweep in progress: that sweep completes,
+// everything complete is written, and the instrument is closed.
+volatile std::sig_atomic_t gInterrupted = 0;
+void onInterrupt(int) { gInterrupted = 1; }
+
+class InterruptGuard {
+public:
+    InterruptGuard() {
+        gInterrupted = 0;
+        struct sigaction sa {};
+        sa.sa_handler = onInterrupt;
+        sigemptyset(&sa.sa_mask);
+        sigaction(SIGINT, &sa, &old_);
+    }
+    ~InterruptGuard() { sigaction(SIGINT, &old_, nullptr); }
+
+private:
+    struct sigaction old_ {};
+};
+
+// Settings, configuration and the sweep's shape.
+bool configureSweep(const OpenDevice& dev, const SweepRequest& req, SweepResult* out, int* rc) {
     const int h = dev.handle();
     if (!applySettings(h, req, rc)) return false;
     const ZrStatus configured = zrConfigure(h, zrModeSweeping);
@@ -121,28 +147,30 @@ bool acquire(const OpenDevice& dev, const SweepRequest& req, SweepResult* out, i
         *rc = 1;
         return false;
     }
-    std::vector<float> trace(length);
+    out->levels.assign(size_t(length), 0.0f);
+    return true;
+}
+
+// One reported sweep: the power average of --count sweeps, timed by the first.
+bool reportedSweep(int h, const SweepRequest& req, int index, SweepResult* r, int64_t* ns, std::set<int>& warned,
+                   int* rc) {
+    const size_t length = r->levels.size();
     std::vector<double> powerSum(req.count > 1 ? length : 0);
-    std::set<int> warned;
-    {
-        Progress progress("sweeping", req.count);
-        for (int n = 0; n < req.count; ++n) {
-            int64_t timestamp = 0;
-            const ZrStatus s = zrGetSweep(h, nullptr, trace.data(), &timestamp);
-            if (s < 0) {
-                *rc = fail("sweep " + std::to_string(n + 1), s,
-                           s == zrConnectionLostErr ? "check the cable; the instrument stopped answering" : nullptr);
-                return false;
-            }
-            if (s > 0 && warned.insert(s).second)
-                warn("sweep", s, s == zrADCOverflow ? "the input overloads the converter: raise --ref or --atten" : nullptr);
-            if (req.count > 1) averageInto(powerSum, trace);
-            progress.done(n + 1);
+    for (int n = 0; n < req.count; ++n) {
+        int64_t timestamp = 0;
+        const ZrStatus s = zrGetSweep(h, nullptr, r->levels.data(), &timestamp);
+        if (s < 0) {
+            *rc = fail("sweep " + std::to_string(index + 1), s,
+                       s == zrConnectionLostErr ? "check the cable; the instrument stopped answering" : nullptr);
+            return false;
         }
+        if (n == 0) *ns = timestamp;
+        if (s > 0 && warned.insert(s).second)
+            warn("sweep", s, s == zrADCOverflow ? "the input overloads the converter: raise --ref or --atten" : nullptr);
+        if (req.count > 1) averageInto(powerSum, r->levels);
     }
     if (req.count > 1)
-        for (int i = 0; i < length; ++i) trace[i] = static_cast<float>(10.0 * std::log10(powerSum[i] / req.count));
-    out->levels = std::move(trace);
+        for (size_t i = 0; i < length; ++i) r->levels[i] = static_cast<float>(10.0 * std::log10(powerSum[i] / req.count));
     return true;
 }
 
@@ -156,16 +184,16 @@ std::string settingsLine(const SweepRequest& req, const SweepResult& r) {
     return s;
 }
 
-void printPeaks(const std::vector<Peak>& peaks, const SweepResult& r, float threshold) {
+void printPeaks(FILE* out, const std::vector<Peak>& peaks, const SweepResult& r, float threshold) {
     if (peaks.empty()) {
-        std::printf("no peak stands clear of the noise (none reaches %.1f dBm)\n", threshold);
+        std::fprintf(out, "no peak stands clear of the noise (none reaches %.1f dBm)\n", threshold);
         return;
     }
-    std::printf("peaks clear of the noise (%.1f dBm or more), strongest first:\n", threshold);
-    std::printf("%3s  %18s  %12s\n", "#", "frequency", "level");
+    std::fprintf(out, "peaks clear of the noise (%.1f dBm or more), strongest first:\n", threshold);
+    std::fprintf(out, "%3s  %18s  %12s\n", "#", "frequency", "level");
     for (size_t k = 0; k < peaks.size(); ++k)
-        std::printf("%3zu  %18s  %12s\n", k + 1, formatFrequencyTo(peaks[k].frequency, r.binHz).c_str(),
-                    levelText(peaks[k].level).c_str());
+        std::fprintf(out, "%3zu  %18s  %12s\n", k + 1, formatFrequencyTo(peaks[k].frequency, r.binHz).c_str(),
+                     levelText(peaks[k].level).c_str());
 }
 
 }  // namespace
@@ -226,8 +254,20 @@ int runList(const Invocation&) {
     int count = 0;
     const ZrStatus s = zrGetDeviceList2(serials, types, &count);
     if (s < 0) return fail("list", s, nullptr);
+    int locked = 0;
+    for (const UsbNode& n : instrumentNodes()) {
+        if (n.accessible) continue;
+        std::fprintf(stderr, "zr: an instrument on USB bus %03d device %03d cannot be opened: no permission on %s\n",
+                     n.bus, n.device, n.path.c_str());
+        ++locked;
+    }
+    if (locked)
+        std::fprintf(stderr,
+                     "    hint: sudo cp udev/60-zr-instruments.rules /etc/udev/rules.d/ && sudo udevadm control "
+                     "--reload-rules && sudo udevadm trigger, and add yourself to the plugdev group (README, "
+                     "Real instruments on Linux)\n");
     if (count == 0) {
-        std::printf("no instruments found (plug one in, or try zr --sim Mesa2 list)\n");
+        if (!locked) std::printf("no instruments found (plug one in, or try zr --sim Mesa2 list)\n");
         return 0;
     }
     std::printf("%-10s %-8s\n", "SERIAL", "MODEL");
@@ -266,42 +306,118 @@ int runInfo(const Invocation& inv) {
 }
 
 int runSweep(const Invocation& inv) {
+    const SweepRequest& req = inv.sweep;
+    // Every output is checked before an instrument is touched.
+    std::string error;
+    for (const std::string& path : {req.csvPath == "-" ? std::string() : req.csvPath, req.plotPath, req.npyPath,
+                                    req.npyPath.empty() ? std::string() : SweepNpy::sidecarPath(req.npyPath),
+                                    req.waterfallPath}) {
+        if (!path.empty() && !writablePath(path, &error)) {
+            std::fprintf(stderr, "zr: %s\n", error.c_str());
+            return 2;
+        }
+    }
+    const bool series = req.continuous || req.repeat > 1;
+    // With the CSV on standard output, everything else goes to stderr.
+    FILE* report = req.csvPath == "-" ? stderr : stdout;
+    InterruptGuard interrupt;
     int rc = 0;
     SweepResult r;
     std::string title;
+    SweepNpy npy;
+    WaterfallInput waterfall;
+    int completed = 0;
+    int64_t firstNs = 0, lastNs = 0;
     {
         OpenDevice dev;
-        if (!dev.open(inv, &rc) || !acquire(dev, inv.sweep, &r, &rc)) return rc;
+        if (!dev.open(inv, &rc) || !configureSweep(dev, req, &r, &rc)) return rc;
+        const SweepAxis axis{r.startHz, r.binHz, int(r.levels.size())};
         const double stop = r.startHz + (r.levels.size() - 1) * r.binHz;
         title = std::string(modelName(dev.type())) + " " + std::to_string(dev.serial()) + "   " +
-                formatFrequency(r.startHz, 3) + " to " + formatFrequency(stop, 3);
-    }
-    const int n = static_cast<int>(r.levels.size());
-    PeakSearch search;
-    search.maxPeaks = inv.sweep.peaks;
-    search.separationBins = separationFor(r.rbw, r.binHz);
-    float threshold = 0;
-    const std::vector<Peak> peaks = findPeaks(r.levels.data(), n, r.startHz, r.binHz, search, &threshold);
-    std::printf("%s\n%s\n%d bins of %s\n\n", title.c_str(), settingsLine(inv.sweep, r).c_str(), n,
-                formatFrequency(r.binHz, 3).c_str());
-    if (inv.sweep.peaks > 0) printPeaks(peaks, r, threshold);
-    std::string error;
-    if (!inv.sweep.csvPath.empty()) {
-        if (!writeTraceCsv(inv.sweep.csvPath, r.levels.data(), n, r.startHz, r.binHz, &error)) {
+                formatFrequencyTo(r.startHz, r.binHz) + " to " + formatFrequencyTo(stop, r.binHz);
+        SweepCsv csv;
+        if (!req.csvPath.empty() && !csv.open(req.csvPath, series, &error)) {
             std::fprintf(stderr, "zr: --csv %s\n", error.c_str());
             return 1;
         }
-        std::printf("wrote %s\n", inv.sweep.csvPath.c_str());
+        if (!req.npyPath.empty() && !npy.open(req.npyPath, &error)) {
+            std::fprintf(stderr, "zr: --out %s\n", error.c_str());
+            return 1;
+        }
+        std::set<int> warned;
+        Progress progress("sweeping", req.continuous ? 0 : req.repeat);
+        for (int k = 0; req.continuous || k < req.repeat; ++k) {
+            int64_t ns = 0;
+            if (!reportedSweep(dev.handle(), req, k, &r, &ns, warned, &rc)) break;
+            if (k == 0) firstNs = ns;
+            lastNs = ns;
+            if (!req.csvPath.empty() && !csv.write(k, ns, r.levels.data(), axis)) {
+                std::fprintf(stderr, "zr: --csv %s: write failed\n", req.csvPath.c_str());
+                rc = 1;
+                break;
+            }
+            if (!req.npyPath.empty() && !npy.write(ns, r.levels.data(), axis)) {
+                std::fprintf(stderr, "zr: --out %s: write failed\n", req.npyPath.c_str());
+                rc = 1;
+                break;
+            }
+            if (!req.waterfallPath.empty())
+                waterfall.rows.push_back(waterfallRow(r.levels.data(), int(r.levels.size())));
+            completed = k + 1;
+            progress.done(completed);
+            if (gInterrupted) break;
+        }
+        if (!csv.close(&error)) {
+            std::fprintf(stderr, "zr: --csv %s\n", error.c_str());
+            rc = 1;
+        }
+    }  // the instrument is closed before anything else is written
+    if (!req.npyPath.empty() && !npy.close(r.rbw, &error)) {
+        std::fprintf(stderr, "zr: --out %s\n", error.c_str());
+        rc = 1;
     }
-    if (!inv.sweep.plotPath.empty()) {
-        PlotInput plot{r.levels.data(), n, r.startHz, r.binHz, title, settingsLine(inv.sweep, r), peaks};
-        if (!writePng(inv.sweep.plotPath, renderPlot(plot), &error)) {
+    if (completed == 0) return rc ? rc : 1;
+
+    const int n = static_cast<int>(r.levels.size());
+    PeakSearch search;
+    search.maxPeaks = req.peaks;
+    search.separationBins = separationFor(r.rbw, r.binHz);
+    float threshold = 0;
+    const std::vector<Peak> peaks = findPeaks(r.levels.data(), n, r.startHz, r.binHz, search, &threshold);
+    std::fprintf(report, "%s\n%s\n%d bins of %s", title.c_str(), settingsLine(req, r).c_str(), n,
+                 formatFrequency(r.binHz, 3).c_str());
+    if (series) std::fprintf(report, ", %d sweeps%s", completed, gInterrupted ? " (interrupted)" : "");
+    std::fprintf(report, "\n\n");
+    if (req.peaks > 0) printPeaks(report, peaks, r, threshold);
+    if (!req.csvPath.empty() && req.csvPath != "-") std::fprintf(report, "wrote %s\n", req.csvPath.c_str());
+    if (!req.npyPath.empty())
+        std::fprintf(report, "wrote %s and %s\n", req.npyPath.c_str(), SweepNpy::sidecarPath(req.npyPath).c_str());
+    if (!req.plotPath.empty()) {
+        PlotInput plot{r.levels.data(), n, r.startHz, r.binHz, title, settingsLine(req, r), peaks,
+                       req.autoscale ? std::nullopt : std::optional<double>(r.refLevel)};
+        if (!writePng(req.plotPath, renderPlot(plot), &error)) {
             std::fprintf(stderr, "zr: --plot %s\n", error.c_str());
             return 1;
         }
-        std::printf("wrote %s\n", inv.sweep.plotPath.c_str());
+        std::fprintf(report, "wrote %s\n", req.plotPath.c_str());
     }
-    return 0;
+    if (!req.waterfallPath.empty()) {
+        waterfall.startHz = r.startHz;
+        waterfall.stopHz = r.startHz + (n - 1) * r.binHz;
+        waterfall.seconds = double(lastNs - firstNs) / 1e9;
+        waterfall.title = title;
+        waterfall.subtitle = settingsLine(req, r) + "   " + std::to_string(completed) + " sweeps";
+        waterfall.highDbm = r.refLevel;
+        waterfall.lowDbm = r.refLevel - 100.0;
+        if (!writePng(req.waterfallPath, renderWaterfall(waterfall), &error)) {
+            std::fprintf(stderr, "zr: --waterfall %s\n", error.c_str());
+            return 1;
+        }
+        std::fprintf(report, "wrote %s\n", req.waterfallPath.c_str());
+    }
+    // Ctrl-C is how a continuous run ends; any other run it cut short.
+    if (rc == 0 && gInterrupted && !req.continuous) return 130;
+    return rc;
 }
 
 int runVersion(const Invocation&) {

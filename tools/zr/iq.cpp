@@ -201,7 +201,7 @@ int runIQ(const Invocation& inv) {
                            formatFrequency(center, 6),
                        formatFrequency(rate, 6) + "   " + std::to_string(spectrum.segments()) +
                            " averaged flat-top FFTs of " + std::to_string(kSpectrumSize),
-                       findPeaks(levels.data(), kSpectrumSize, start, bin, search, &threshold)};
+                       findPeaks(levels.data(), kSpectrumSize, start, bin, search, &threshold), std::nullopt};
         if (!writePng(q.plotPath, renderPlot(plot), &error)) {
             std::fprintf(stderr, "zr: --plot %s\n", error.c_str());
             return 1;

@@ -102,6 +102,28 @@ std::vector<Tick> frequencyTicks(double lo, double hi, int maxTicks, std::string
     return ticks;
 }
 
+FrequencyAxis frequencyAxis(double lo, double hi, int maxTicks) {
+    FrequencyAxis axis;
+    const double top = std::max(std::fabs(lo), std::fabs(hi));
+    if (!(hi > lo) || hi - lo >= 0.01 * top) {
+        std::string unit;
+        axis.ticks = frequencyTicks(lo, hi, maxTicks, &unit);
+        axis.title = "Frequency (" + unit + ")";
+        return axis;
+    }
+    // A narrow span far from 0 Hz: offsets from a round centre.
+    const double step = niceStep(hi - lo, maxTicks);
+    const double centre = std::round((lo + hi) / 2.0 / step) * step;
+    std::string unit;
+    const std::vector<Tick> offsets = frequencyTicks(lo - centre, hi - centre, maxTicks, &unit);
+    for (const Tick& t : offsets) {
+        const bool zero = std::fabs(t.value) < step * 1e-6;
+        axis.ticks.push_back({centre + t.value, zero ? "0" : (t.value > 0 ? "+" : "") + t.label});
+    }
+    axis.title = unit + " from " + formatFrequencyTo(centre, step / 10.0);
+    return axis;
+}
+
 int PlotGeometry::xOf(double hz) const {
     if (fHi <= fLo) return (left + right) / 2;
     return left + static_cast<int>(std::lround((hz - fLo) / (fHi - fLo) * (right - left)));
@@ -125,21 +147,28 @@ Image renderPlot(const PlotInput& in, PlotGeometry* geometryOut) {
         hi = any ? std::max(hi, in.levels[i]) : in.levels[i];
         any = true;
     }
-    if (any) {
+    if (in.refLevel) {
+        g.yHi = *in.refLevel;
+        g.yLo = *in.refLevel - 100.0;
+    } else if (any) {
         const double step = niceStep(std::max(10.0, hi - lo + 10.0), 8);
         g.yLo = std::floor((lo - 2.0) / step) * step;
         g.yHi = std::ceil((hi + 8.0) / step) * step;  // room for the peak label
     }
 
     // Grid and tick labels.
-    std::string unit;
-    for (const Tick& t : frequencyTicks(g.fLo, g.fHi, 10, &unit)) {
+    const FrequencyAxis axis = frequencyAxis(g.fLo, g.fHi, 10);
+    for (const Tick& t : axis.ticks) {
         const int x = g.xOf(t.value);
         for (int y = g.top; y <= g.bottom; y += 2) img.set(x, y, kGrid);
         img.line(x, g.bottom, x, g.bottom + 4, kInk);
         img.text(x - textWidth(t.label, 1) / 2, g.bottom + 8, t.label, kInk);
     }
-    const std::vector<double> levels = niceTicks(g.yLo, g.yHi, 8);
+    std::vector<double> levels;
+    if (in.refLevel)
+        for (int d = 0; d <= 10; ++d) levels.push_back(g.yHi - 10.0 * d);
+    else
+        levels = niceTicks(g.yLo, g.yHi, 8);
     const int levelDecimals = levels.size() > 1 ? decimalsFor(levels[1] - levels[0]) : 0;
     for (double v : levels) {
         const int y = g.yOf(v);
@@ -152,8 +181,7 @@ Image renderPlot(const PlotInput& in, PlotGeometry* geometryOut) {
     img.line(g.left, g.bottom, g.right, g.bottom, kInk);
     img.line(g.right, g.top, g.right, g.bottom, kInk);
     img.line(g.left, g.top, g.right, g.top, kInk);
-    const std::string xName = "Frequency (" + unit + ")";
-    img.text((g.left + g.right - textWidth(xName, 1)) / 2, g.bottom + 24, xName, kInk);
+    img.text((g.left + g.right - textWidth(axis.title, 1)) / 2, g.bottom + 24, axis.title, kInk);
     img.text(g.left - 7 - textWidth("dBm", 1), g.top - 12, "dBm", kInk);
     img.text(g.left, 8, in.title, kInk, 2);
     img.text(g.left, 30, in.subtitle, kInk);
@@ -190,15 +218,88 @@ Image renderPlot(const PlotInput& in, PlotGeometry* geometryOut) {
         const std::string num = std::to_string(k + 1);
         img.text(x - textWidth(num, 1) / 2, y - 16, num, kMarkerColor);
         if (k == 0) {
+            // The peak table's precision: the bin's frequency, 0.01 dB.
             char level[32];
-            std::snprintf(level, sizeof level, "%.1f dBm", p.level);
-            const std::string label = formatFrequency(p.frequency) + "  " + level;
+            std::snprintf(level, sizeof level, "%.2f dBm", p.level);
+            const std::string label = formatFrequencyTo(p.frequency, in.binHz) + "  " + level;
             const int w = textWidth(label, 1);
             const int lx = std::clamp(x + 12, g.left + 2, g.right - 2 - w);
             img.text(lx, std::max(g.top + 2, y - 16), label, kMarkerColor);
         }
     }
     if (geometryOut) *geometryOut = g;
+    return img;
+}
+
+std::vector<float> waterfallRow(const float* levels, int count) {
+    std::vector<float> row(kWaterfallColumns, -1e30f);
+    for (int i = 0; i < count; ++i) {
+        const int c = count > 1 ? int(int64_t(i) * (kWaterfallColumns - 1) / (count - 1)) : 0;
+        row[size_t(c)] = std::max(row[size_t(c)], levels[i]);
+    }
+    // Columns no bin reached (fewer bins than columns) take their neighbour's.
+    for (int c = 1; c < kWaterfallColumns; ++c)
+        if (row[size_t(c)] < -1e29f) row[size_t(c)] = row[size_t(c - 1)];
+    return row;
+}
+
+Rgb waterfallColour(double t) {
+    // Dark blue through cyan, green and yellow to red: low to high.
+    static const Rgb stops[] = {{10, 10, 60}, {20, 80, 200}, {20, 190, 190}, {90, 200, 60}, {240, 220, 40}, {220, 40, 30}};
+    constexpr int n = sizeof stops / sizeof stops[0];
+    t = std::clamp(t, 0.0, 1.0) * (n - 1);
+    const int i = std::min(int(t), n - 2);
+    const double f = t - i;
+    auto mix = [f](uint8_t a, uint8_t b) { return uint8_t(std::lround(a + (b - a) * f)); };
+    return {mix(stops[i].r, stops[i + 1].r), mix(stops[i].g, stops[i + 1].g), mix(stops[i].b, stops[i + 1].b)};
+}
+
+Image renderWaterfall(const WaterfallInput& in) {
+    constexpr int kMaxRows = 600;
+    const int sweeps = int(in.rows.size());
+    // More sweeps than rows: each row shows the highest of the sweeps under it.
+    const int rows = std::max(1, std::min(sweeps, kMaxRows));
+    const int rowHeight = std::max(1, 300 / rows);
+    const int left = 64, top = 50, width = kWaterfallColumns, height = rows * rowHeight;
+    Image img(left + width + 90, top + height + 52, kWhite);
+    const double span = std::max(in.highDbm - in.lowDbm, 1e-6);
+    for (int r = 0; r < rows; ++r) {
+        const int first = int(int64_t(r) * sweeps / rows), last = std::max(first + 1, int(int64_t(r + 1) * sweeps / rows));
+        for (int c = 0; c < width; ++c) {
+            float v = -1e30f;
+            for (int k = first; k < last && k < sweeps; ++k) v = std::max(v, in.rows[size_t(k)][size_t(c)]);
+            img.fillRect(left + c, top + r * rowHeight, left + c, top + (r + 1) * rowHeight - 1,
+                         waterfallColour((v - in.lowDbm) / span));
+        }
+    }
+    const int bottom = top + height - 1, right = left + width - 1;
+    img.line(left, top, right, top, kInk);
+    img.line(left, bottom, right, bottom, kInk);
+    img.line(left, top, left, bottom, kInk);
+    img.line(right, top, right, bottom, kInk);
+    const FrequencyAxis axis = frequencyAxis(in.startHz, in.stopHz, 10);
+    for (const Tick& t : axis.ticks) {
+        const int x = left + int(std::lround((t.value - in.startHz) / std::max(in.stopHz - in.startHz, 1e-9) * (width - 1)));
+        img.line(x, bottom, x, bottom + 4, kInk);
+        img.text(x - textWidth(t.label, 1) / 2, bottom + 8, t.label, kInk);
+    }
+    img.text((left + right - textWidth(axis.title, 1)) / 2, bottom + 24, axis.title, kInk);
+    // Time runs down: the first sweep at the top, seconds since it beside.
+    img.text(left - 7 - textWidth("0 s", 1), top - 3, "0 s", kInk);
+    const std::string end = trimmedNumber(in.seconds, in.seconds < 10 ? 2 : 0) + " s";
+    img.text(left - 7 - textWidth(end, 1), bottom - 6, end, kInk);
+    // The colour scale.
+    const int barX = right + 20;
+    for (int y = top; y <= bottom; ++y)
+        img.fillRect(barX, y, barX + 14, y, waterfallColour(1.0 - double(y - top) / std::max(1, bottom - top)));
+    for (double v : niceTicks(in.lowDbm, in.highDbm, 6)) {
+        const int y = bottom - int(std::lround((v - in.lowDbm) / span * (bottom - top)));
+        img.line(barX + 15, y, barX + 18, y, kInk);
+        img.text(barX + 21, y - 3, trimmedNumber(v, 0), kInk);
+    }
+    img.text(barX, top - 12, "dBm", kInk);
+    img.text(left, 8, in.title, kInk, 2);
+    img.text(left, 30, in.subtitle, kInk);
     return img;
 }
 

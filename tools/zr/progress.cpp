@@ -49,7 +49,10 @@ void Progress::draw(double seconds) {
     const int pulse = static_cast<int>(seconds * 8) % kBar;
     for (int i = 0; i < kBar; ++i) bar[i] = i < filled ? '#' : (i == pulse && n < total_ ? '>' : '.');
     bar[kBar] = '\0';
-    std::fprintf(stderr, "\r%s [%s] %d/%d  %.1f s  %s\033[K", label_.c_str(), bar, n, total_, seconds, detail_.c_str());
+    if (total_ > 0)
+        std::fprintf(stderr, "\r%s [%s] %d/%d  %.1f s  %s\033[K", label_.c_str(), bar, n, total_, seconds, detail_.c_str());
+    else  // open-ended: a count, not a fraction
+        std::fprintf(stderr, "\r%s [%s] %d  %.1f s  %s\033[K", label_.c_str(), bar, n, seconds, detail_.c_str());
     std::fflush(stderr);
     drawn_ = true;
 }

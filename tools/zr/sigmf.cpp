@@ -1,5 +1,7 @@
 #include "sigmf.h"
 
+#include "units.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
@@ -35,22 +37,6 @@ std::string number(double v) {
 }
 
 }  // namespace
-
-std::string isoUtc(int64_t ns) {
-    int64_t seconds = ns / 1000000000;
-    int64_t frac = ns % 1000000000;
-    if (frac < 0) {
-        frac += 1000000000;
-        --seconds;
-    }
-    const std::time_t t = static_cast<std::time_t>(seconds);
-    std::tm tm{};
-    gmtime_r(&t, &tm);
-    char buf[64];
-    std::snprintf(buf, sizeof buf, "%04d-%02d-%02dT%02d:%02d:%02d.%09lldZ", tm.tm_year + 1900, tm.tm_mon + 1,
-                  tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, static_cast<long long>(frac));
-    return buf;
-}
 
 std::string sigmfJson(const SigmfMeta& m) {
     std::string j = "{\n  \"global\": {\n";

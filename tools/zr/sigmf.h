@@ -36,7 +36,5 @@ struct SigmfMeta {
 
 // The metadata file's text.
 std::string sigmfJson(const SigmfMeta& meta);
-// "2026-11-24T08:15:02.123456789Z".
-std::string isoUtc(int64_t nsSinceEpoch);
 
 }  // namespace zrtool

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cmath>
+#include <ctime>
 #include <cstdio>
 #include <cstdlib>
 
@@ -95,6 +96,22 @@ std::string formatFrequencyTo(double hz, double resolutionHz) {
         decimals = std::min(9, static_cast<int>(std::ceil(-std::log10(resolutionHz / u.scale) - 1e-9)));
     char buf[64];
     std::snprintf(buf, sizeof buf, "%.*f %s", decimals, hz / u.scale, u.name);
+    return buf;
+}
+
+std::string isoUtc(int64_t ns) {
+    int64_t seconds = ns / 1000000000;
+    int64_t frac = ns % 1000000000;
+    if (frac < 0) {
+        frac += 1000000000;
+        --seconds;
+    }
+    const std::time_t t = static_cast<std::time_t>(seconds);
+    std::tm tm{};
+    gmtime_r(&t, &tm);
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%04d-%02d-%02dT%02d:%02d:%02d.%09lldZ", tm.tm_year + 1900, tm.tm_mon + 1,
+                  tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, static_cast<long long>(frac));
     return buf;
 }
 

@@ -2,6 +2,7 @@
 // "1.5G", "100M", "10k", "2.4e9", "915MHz", "-30", "-30dBm".
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -36,5 +37,8 @@ FrequencyUnit unitFor(double hz);
 
 // Fixed-point text with at most `decimals` places and no trailing zeros.
 std::string trimmedNumber(double value, int decimals);
+
+// A time in ns since 1970 as ISO 8601 UTC: "2026-11-24T08:15:02.123456789Z".
+std::string isoUtc(int64_t nsSinceEpoch);
 
 }  // namespace zrtool
