@@ -156,20 +156,39 @@ TEST_F(SimBus, ColdMesaLoadReadsFlashFillsTheCacheAndAWarmLoadUsesIt) {
     EXPECT_TRUE(inst->running());
 }
 
-TEST_F(SimBus, ACacheThatIsNoRegularImageFileFallsBackToFlashAndIsRewritten) {
+TEST_F(SimBus, ACacheThatIsNotThisInstrumentsImageFallsBackToFlashAndIsRewritten) {
     // Each stands where the cache belongs while the instrument runs, so the
-    // warm path meets it first: none may block, be read or be believed.
+    // warm path meets it first: none may block, be read or be believed, and
+    // the log says why it was passed over.
     auto inst = plug(zrDeviceTypeMesa2, 41000016);
     auto image = test::makeMesaImage(41000016);
     const auto* bytes = reinterpret_cast<const uint8_t*>(image.get());
     inst->programFlash(kImageFlashOffset, bytes, 0x250000);
     const std::string cache = calCachePath(41000016);
-    const struct { const char* what; void (*make)(const std::string&); } rows[] = {
-        {"fifo", [](const std::string& p) { ASSERT_EQ(::mkfifo(p.c_str(), 0644), 0); }},
-        {"link to /dev/zero", [](const std::string& p) { std::filesystem::create_symlink("/dev/zero", p); }},
-        {"truncated", [](const std::string& p) { std::filesystem::resize_file(p + ".keep", 1000), std::filesystem::rename(p + ".keep", p); }},
-        {"directory", [](const std::string& p) { std::filesystem::create_directory(p); }},
+    // The same image with one field changed, written where the cache was.
+    static auto edited = [](const std::string& p, size_t offset, uint32_t value) {
+        std::filesystem::rename(p + ".keep", p);
+        std::fstream f(p, std::ios::in | std::ios::out | std::ios::binary);
+        f.seekp(std::streamoff(offset));
+        f.write(reinterpret_cast<const char*>(&value), 4);
     };
+    const struct {
+        const char* what;
+        void (*make)(const std::string&);
+        const char* logged;
+    } rows[] = {
+        {"fifo", [](const std::string& p) { ASSERT_EQ(::mkfifo(p.c_str(), 0644), 0); }, "not a regular file"},
+        {"link to /dev/zero", [](const std::string& p) { std::filesystem::create_symlink("/dev/zero", p); }, "not a regular file"},
+        {"truncated", [](const std::string& p) { std::filesystem::resize_file(p + ".keep", 1000), std::filesystem::rename(p + ".keep", p); },
+         "not a regular file of 4194304 bytes"},
+        {"extended", [](const std::string& p) { std::filesystem::resize_file(p + ".keep", kMesaImageSize + 1), std::filesystem::rename(p + ".keep", p); },
+         "not a regular file of 4194304 bytes"},
+        {"another serial", [](const std::string& p) { edited(p, 0, 41000017); }, "the serial in it is another"},
+        {"unknown record version", [](const std::string& p) { edited(p, offsetof(MesaCalData, calVersion), 99); },
+         "its record version is unknown here"},
+        {"directory", [](const std::string& p) { std::filesystem::create_directory(p); }, nullptr},
+    };
+    const std::string log = folder.str() + "mesa_error_log.txt";
     for (const auto& r : rows) {
         SCOPED_TRACE(r.what);
         DeviceInterfaceUSB cold;
@@ -179,10 +198,12 @@ TEST_F(SimBus, ACacheThatIsNoRegularImageFileFallsBackToFlashAndIsRewritten) {
         std::filesystem::remove(cache);
         r.make(cache);
         std::filesystem::remove(cache + ".keep");
+        std::error_code ec;
+        const auto logged = std::filesystem::exists(log) ? std::filesystem::file_size(log, ec) : 0;
 
         const auto t0 = std::chrono::steady_clock::now();
         DeviceInterfaceUSB warm;
-        if (std::string(r.what) == "directory") {
+        if (!r.logged) {
             // A folder in its way cannot be replaced; flash still serves.
             ASSERT_EQ(loadCalibrationUSB(warm, 41000016), zrNoError);
             EXPECT_EQ(std::memcmp(warm.image.data(), bytes, 0x250000), 0);
@@ -194,6 +215,10 @@ TEST_F(SimBus, ACacheThatIsNoRegularImageFileFallsBackToFlashAndIsRewritten) {
         EXPECT_EQ(std::memcmp(warm.image.data(), bytes, 0x250000), 0);
         EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(cache)));
         EXPECT_EQ(std::filesystem::file_size(cache), kMesaImageSize);
+        std::ifstream in(log);
+        in.seekg(std::streamoff(logged));
+        const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        EXPECT_NE(text.find(r.logged), std::string::npos) << text;
     }
 }
 
