@@ -120,8 +120,11 @@ bool FftSweep::capture(const uint32_t* regs, const Scene& scene, bool& clipped) 
     r.size = n;
     r.values.resize(static_cast<size_t>(n));
     for (int k = 0; k < n; ++k) {
+        // A window table of absurd values (the host writes it) can overflow
+        // the arithmetic; the result register then saturates.
         const double db = 10.0 * std::log10(re_[k] * re_[k] + im_[k] * im_[k] + 1e-300);
-        r.values[k] = static_cast<int16_t>(std::clamp(std::floor(db * 100.0 + 0.5), -32768.0, 32767.0));
+        const double code = std::floor(db * 100.0 + 0.5);
+        r.values[k] = static_cast<int16_t>(std::isnan(code) ? 32767.0 : std::clamp(code, -32768.0, 32767.0));
     }
     if (queued_ != 0) {
         reading_ = queued_;

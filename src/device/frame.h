@@ -28,7 +28,7 @@ inline ZrDevice* lookupDevice(int handle) {
 
 // Steps 1 and 2 of the frame, then the work on the device, guarded.
 template <class F>
-ZrStatus withDevice(int handle, F&& work, std::source_location where = std::source_location::current()) noexcept {
+ZrStatus withDevice(int handle, F&& work, SourceLocation where = SourceLocation::current()) noexcept {
     ZrDevice* dev = lookupDevice(handle);
     if (!dev) return zrInvalidDeviceErr;
     try {

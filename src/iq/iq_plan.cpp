@@ -15,7 +15,6 @@ namespace {
 
 constexpr double kSliceHz = 3.90625e7;
 constexpr double kLoGridHz = 7.8125e6;
-constexpr double kTwoTo56 = 72057594037927936.0;
 constexpr double kUsbTransferMs = 2.62144;
 constexpr int kUsbStageTaps = 2049;
 // The USB stage divisors are the 50 MS/s rates after 8 and 64; they stay

@@ -6,17 +6,40 @@
 // (OutOfRange) zrInvalidParameterErr; anything else is logged once with the
 // export's name and answers zrMeasErr.
 #include <exception>
+#if defined(__has_builtin)
+#if __has_builtin(__builtin_source_location)
 #include <source_location>
+#define ZR_HAS_SOURCE_LOCATION 1
+#endif
+#endif
 
 #include "zr_api.h"
 
 namespace zr {
 
+// Where an export was entered, for the log. Compilers without the standard
+// form (the fuzzing builds use one) get the function's name alone.
+#if ZR_HAS_SOURCE_LOCATION
+using SourceLocation = std::source_location;
+#else
+struct SourceLocation {
+    static constexpr SourceLocation current(const char* function = __builtin_FUNCTION()) noexcept {
+        SourceLocation s;
+        s.function_ = function;
+        return s;
+    }
+    constexpr const char* function_name() const noexcept { return function_; }
+
+private:
+    const char* function_ = "";
+};
+#endif
+
 // The status for an exception that reached an export; logs it.
 ZrStatus statusForException(std::exception_ptr e, const char* where) noexcept;
 
 template <class F>
-auto guarded(F&& work, std::source_location where = std::source_location::current()) noexcept
+auto guarded(F&& work, SourceLocation where = SourceLocation::current()) noexcept
     -> decltype(work()) {
     try {
         return work();

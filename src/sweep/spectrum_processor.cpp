@@ -84,8 +84,7 @@ void SpectrumFFT::transform(const cf32* samples, float* out) {
 
 SpectrumProcessor::SpectrumProcessor(const ZrSweepSettings& settings, const SweepPlan& plan)
     : SpectrumFFT(settings.window, plan.windowSize, plan.fftSize, settings.videoUnits), settings_(settings),
-      fftCount_(plan.fftCount), hop_(plan.fftSize / 4), vbwRatio_(plan.vbwRatio),
-      vbwComplement_(1.0 - plan.vbwRatio) {
+      fftCount_(plan.fftCount), hop_(plan.fftSize / 4), vbwRatio_(plan.vbwRatio) {
     plan_ = plan;
     plan_.steps.clear();
     plan_.steps.shrink_to_fit();

@@ -79,7 +79,6 @@ private:
     int fftCount_;
     int hop_;
     double vbwRatio_;
-    double vbwComplement_;
     float* spectrum_ = nullptr;
     float* videoState_ = nullptr;
 };
