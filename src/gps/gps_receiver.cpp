@@ -274,8 +274,12 @@ void decodeGPS(GpsReceiver& gps, const GpsBlockView& block, bool gpsFlag) {
     gps.lastPulseTick = block.pulseTick;
 
     if (gps.locked) {
+        // The nearer of the two ways round the 32-bit counter: the running
+        // tick lags the status, so a pulse can come after the block's
+        // samples, and one side of the difference can have wrapped either way.
         int64_t d = static_cast<int64_t>(block.runningTick) - gps.filteredPulseTick;
         if (d < -(int64_t{1} << 31)) d += kTwo32;
+        if (d >= (int64_t{1} << 31)) d -= kTwo32;
         // The running tick lags the samples by 1024 sample periods.
         int64_t latency = static_cast<int64_t>(std::floor(gps.latencyTerm.load() * 1024.0 + 0.5));
         gps.blockTime = latency + gps.pulseTime.load() + d * kNsPerTick;

@@ -258,12 +258,15 @@ TEST_F(GpsFeed, LockedTimesMoveForwardAcrossCounterWraps) {
 }
 
 TEST_F(GpsFeed, RunningTickLatchedJustBeforeThePulseGivesATimeJustBeforeIt) {
-    const uint32_t p = 100;
-    lockAt(p, kDay + 3000);
-    StatusBytes b;
-    b.pulseTick(p).statusTick(p).runningTick(p - 40).filling(half_);
-    feed(b);
-    EXPECT_EQ(gps.blockTime, gps.pulseTime - 40 * 4 + 20480);
+    // Also when the counter wrapped between the two: the pulse just after
+    // the wrap, the running tick just before it.
+    for (const uint32_t p : {100u, 20u}) {
+        lockAt(p, kDay + 3000);
+        StatusBytes b;
+        b.pulseTick(p).statusTick(p).runningTick(p - 40).filling(half_);
+        feed(b);
+        EXPECT_EQ(gps.blockTime, gps.pulseTime - 40 * 4 + 20480) << p;
+    }
 }
 
 // ---------------------------------------------------------------------------

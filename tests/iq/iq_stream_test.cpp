@@ -327,17 +327,20 @@ TEST_P(IQStream, TriggersLandOnTheirSamples) {
 }
 
 TEST_P(IQStream, SlowReaderLearnsOfTheGapAndTimesStayOnTheGrid) {
+    // At 6.25 MS/s even a loaded machine makes the half second the queue
+    // holds well within the reader's pause.
     StreamConfig c;
+    c.decimation = 8;
     ASSERT_GE(configure(c), zrNoError);
     read(65536);
     const int64_t before = ns;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
     read(65536);
     EXPECT_EQ(loss, 1);
     // The time after the gap is a sample's time of the same stream, later
     // by at least the half second the queue could not hold.
     EXPECT_GT(ns - before, 500000000);
-    EXPECT_EQ((ns - before) % 20, 0);
+    EXPECT_EQ((ns - before) % 160, 0);
     // The flag is not sticky.
     for (int i = 0; i < 5 && loss; ++i) read(65536);
     EXPECT_EQ(loss, 0);
