@@ -172,6 +172,10 @@ std::vector<Call> calls() {
         {"zrGetCalDate", [](int h, R&, B& b) { return zrGetCalDate(h, &b.u[0]); }},
         {"zrConfigure", [](int h, R& r, B&) {
              const int mode = r.coin() ? (r.coin() ? 1 : 3) : r.enumValue(6);
+             ZrSweepSettings settings{};
+             zrGetSweepSettings(h, &settings);
+             std::snprintf(gContext, sizeof gContext, "mode %d; sweep span %.6g rbw %.6g vbw %.6g time %.3g", mode,
+                           settings.span, settings.rbw, settings.vbw, settings.sweepTime);
              const ZrStatus s = zrConfigure(h, ZrMode(mode));
              // A mode outside the enumeration, or another handle, changes
              // nothing on the device.

@@ -128,6 +128,7 @@ TEST_F(SimFixture, GainModelDependsOnFrequencyAndTemperature) {
 
 TEST_F(SimFixture, TickCountersFollowTheSamplesDelivered) {
     inst->setPaced(false);
+    inst->setUnpacedTicks(750000000);  // 3 s in: pulses have come
     CommandList list;
     list.AppendListHead();
     list.AppendWord(0x13020000);  // decimation 2: 25 MS/s, 10 ticks a sample
@@ -145,7 +146,8 @@ TEST_F(SimFixture, TickCountersFollowTheSamplesDelivered) {
     ASSERT_EQ(last.magic, StatusBlock::kMagic);
     EXPECT_EQ(last.runningTick - first.runningTick, 6u * 2048 * 10);
     EXPECT_EQ(last.tick - first.tick, 6u * 2048 * 10);
-    EXPECT_EQ(last.ppsTick % 250000000u, 0u);
+    // The pulse comes where the instrument's UTC is a whole second.
+    EXPECT_EQ(inst->utcNsAtTick(last.ppsTick) % 1000000000, 0);
     EXPECT_EQ(inst->sampleRate(), 25e6);
 }
 
