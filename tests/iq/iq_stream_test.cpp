@@ -241,9 +241,11 @@ TEST_P(IQStream, TimesFollowTheInstrumentClockAcrossTheTickWrap) {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
     ASSERT_GE(state, 1);
-    for (int decimation : {1, 16}) {
+    // 12.5 and 3.125 MS/s: a loaded machine (the sanitizer runs) keeps up
+    // with them without a loss, which would lose the samples' count.
+    for (int decimation : {4, 16}) {
         c.decimation = decimation;
-        const int n = decimation == 1 ? 129024 : 14336;
+        const int n = decimation == 4 ? 61440 : 14336;
         int checked = 0;
         // A loss (on a loaded machine) loses the sample count too: start over.
         for (int attempt = 0; attempt < 3 && checked == 0; ++attempt) {
