@@ -351,6 +351,20 @@ ZR_EXPORT ZrStatus zrSetAudioType(int device, ZrAudioType type);
 ZR_EXPORT ZrStatus zrSetAudioFilters(int device, double ifBandwidth, double lowPass, double highPass);
 ZR_EXPORT ZrStatus zrSetAudioFMDeemphasis(int device, double microseconds);
 
+/* Audio mode: the next 1000 samples (32 ms at 31250 samples per second) of
+ * demodulated audio, in order. AM gives the modulation depth (a carrier at
+ * depth 0.5 reads as a sine of amplitude 0.5); FM the frequency deviation
+ * scaled by 160000 / IF bandwidth, in radians per sample at 312.5 kS/s,
+ * after the de-emphasis; USB, LSB and CW a sideband normalised to twice
+ * the signal's envelope (a single tone reads as amplitude 1). CW hears a
+ * carrier at the audio centre as a 520 Hz tone. zrSetAudioType takes effect
+ * at the next block; the other audio settings at the next zrConfigure.
+ * Waits for the next block (32 ms); a reader more than 29 blocks behind
+ * skips to the oldest whole one. zrConnectionLostErr (or the stream's other
+ * error) once the stream fails; zrInvalidConfigurationErr outside the mode
+ * or when zrAbort from another thread ends it. For one calling thread. */
+ZR_EXPORT ZrStatus zrGetAudio(int device, float* audio);
+
 ZR_EXPORT ZrStatus zrSetIQFullBandAtten(int device, int atten);
 ZR_EXPORT ZrStatus zrSetIQFullBandCorrected(int device, ZrBool corrected);
 ZR_EXPORT ZrStatus zrSetIQFullBandSamples(int device, int samples);

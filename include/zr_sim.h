@@ -27,6 +27,12 @@ ZR_EXPORT ZrStatus zrSimDetach(int serial);
 /* A CW tone at the RF input. */
 ZR_EXPORT ZrStatus zrSimAddTone(int serial, double freqHz, double powerDbm);
 ZR_EXPORT ZrStatus zrSimClearSignals(int serial);
+/* Sine-modulated carriers: AM with depth 0..1 (powerDbm is the carrier's),
+ * FM with peak deviation in Hz up to 200 modHz (powerDbm is the total).
+ * modHz 1 Hz .. 1 MHz.
+ * Both are exact sums of spectral lines, so every path sees them. */
+ZR_EXPORT ZrStatus zrSimAddAM(int serial, double carrierHz, double powerDbm, double modHz, double depth);
+ZR_EXPORT ZrStatus zrSimAddFM(int serial, double carrierHz, double powerDbm, double modHz, double deviationHz);
 ZR_EXPORT ZrStatus zrSimSetNoiseFloor(int serial, double dbmPerHz);
 ZR_EXPORT ZrStatus zrSimSetTemperature(int serial, float celsius);
 /* The instrument's GPS receiver. Locked: a pulse each second and RMC/GGA

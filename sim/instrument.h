@@ -52,6 +52,7 @@ struct ReadOutcome {
 struct Tone {
     double freqHz = 0.0;
     double powerDbm = 0.0;
+    double phaseRad = 0.0;  // at the stream's start; keeps sidebands coherent
 };
 
 class Instrument {
@@ -106,6 +107,8 @@ public:
     // ---- Scene and RF model ----
     void addTone(double freqHz, double powerDbm);
     void clearSignals();
+    // A modulated carrier as its spectral lines (sim/modulated.cpp).
+    void addLines(const std::vector<Tone>& lines);
     void setNoiseFloor(double dbmPerHz);
     void setTemperature(float celsius);
     float temperature() const;

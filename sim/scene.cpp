@@ -140,7 +140,7 @@ void Instrument::rebuildScene() {
         if (!centerOverride_ && !streamHz(path, t.freqHz, hz)) continue;
         double db = t.powerDbm + pathGainDb(t.freqHz, attenDb_, celsius_);
         if (centerOverride_) {  // the test override: an ideal IF
-            addTone(hz / sampleRate_, 32767.0 * std::pow(10.0, db / 20.0));
+            addTone(hz / sampleRate_, std::polar(32767.0 * std::pow(10.0, db / 20.0), t.phaseRad));
             continue;
         }
         if (path.known) db += model::gainCodeDb(path.gainCode);
@@ -148,8 +148,9 @@ void Instrument::rebuildScene() {
         const double a = 32767.0 * std::pow(10.0, db / 20.0);
         cd ti, tq;
         ifChannels(hz / 50e6, slicePos, ti, tq);
-        addTone(hz / sampleRate_, a * 0.5 * (ti + tq));
-        addTone(-hz / sampleRate_, a * 0.5 * std::conj(ti - tq));
+        const cd phase = std::polar(1.0, t.phaseRad);
+        addTone(hz / sampleRate_, a * 0.5 * (ti + tq) * phase);
+        addTone(-hz / sampleRate_, a * 0.5 * std::conj((ti - tq) * phase));
     }
     // Keep phases of tones that survive a rebuild so a temperature change
     // does not jump the signal.

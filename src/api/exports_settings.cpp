@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "audio/engine_audio.h"
 #include "device/frame.h"
 #include "device/settings.h"
 
@@ -439,6 +440,8 @@ ZR_EXPORT ZrStatus zrSetAudioType(int device, ZrAudioType type) {
     return withDevice(device, [&](ZrDevice& d) {
         if (!enumInRange(type, zrAudioCW)) return zrInvalidParameterErr;
         d.audio.type = type;
+        // A running demodulator takes the new type at its next block.
+        if (auto* audio = dynamic_cast<EngineAudio*>(d.engine.get())) audio->setType(type);
         return zrNoError;
     });
 }

@@ -1,5 +1,6 @@
 // zrConfigure, zrAbort and zrGetCurrentMode, and the table of which plan
 // serves which mode.
+#include "audio/audio_mode.h"
 #include "device/frame.h"
 #include "device/modes.h"
 #include "iq/iq_mode.h"
@@ -20,6 +21,7 @@ constexpr PlannerTable kPlanners = [] {
     PlannerTable t{};
     t[zrModeSweeping] = configureSweeping;
     t[zrModeIQStreaming] = configureIQStreaming;
+    t[zrModeAudio] = configureAudio;
     t[zrModeIQSegmentedCapture] = planSegmented;
     return t;
 }();

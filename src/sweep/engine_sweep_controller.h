@@ -51,6 +51,10 @@ struct SweepPosition {
 constexpr int64_t kMaxSweepTraceValues = int64_t(1) << 27;
 // Capture blocks of one sweep at most (2048 samples each).
 constexpr int64_t kMaxSweepBlocks = int64_t(1) << 22;
+// Capture blocks of one step at most (all its passes): 32 Mi samples, so
+// the ring's three steps stay under 800 MiB and a step's sample count fits
+// the 32-bit arithmetic of the ring.
+constexpr int64_t kMaxStepBlocks = int64_t(1) << 14;
 
 // Fills the plan, its list and the derived sweep fields of the device.
 // Tunes through the device's RF state; sends nothing. False, with only the

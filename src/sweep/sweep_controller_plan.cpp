@@ -241,9 +241,10 @@ bool buildControllerPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list) {
     plan.usableBins = (plan.fftSize / 32) * 25;
     plan.firstUsableBin = (plan.fftSize - plan.usableBins) / 2;
 
-    // A longer sweep time buys more FFTs per step, never a different FFT.
-    const int timeBlocks =
-        std::max(1, roundI(((s.sweepTime - sliceCount * kSliceSeconds) / kBlockSeconds) / sliceCount));
+    // A longer sweep time buys more FFTs per step, never a different FFT,
+    // and never a step longer than the ring holds.
+    const int timeBlocks = int(std::clamp<int64_t>(
+        roundI(((s.sweepTime - sliceCount * kSliceSeconds) / kBlockSeconds) / sliceCount), 1, kMaxStepBlocks));
     if (timeBlocks > plan.blocksPerStep) {
         plan.blocksPerStep = timeBlocks;
         plan.fftCount = int32_t((int64_t(timeBlocks) * kCaptureBlockSamples - plan.windowSize) / hop + 1);
@@ -268,6 +269,7 @@ bool buildControllerPlan(ZrDevice& dev, SweepPlan& plan, CommandList& list) {
     // A list of more capture blocks than about three minutes of samples is
     // no sweep anyone waits for, and its command list alone would be large.
     if (stepsAtMost * plan.passes * plan.blocksPerStep > kMaxSweepBlocks) return false;
+    if (int64_t(plan.passes) * plan.blocksPerStep > kMaxStepBlocks) return false;
 
     PlanBuilder b(dev, plan, list);
     b.ridge = dev.ridge();

@@ -276,6 +276,7 @@ TEST_F(SweepEngine, HostileSettingsGiveAStatusAndEverySweepCopiesWhatItPromised)
         {1e9, 1.1e9, 5e-324, 5e-324, 0.0, zrSweepSpeedNormal},  // RBW clamped up, VBW left behind
         {1e9, 1.001e9, 1e-300, 1e-304, 0.0, zrSweepSpeedNormal},
         {1e9, 1.001e9, 3e6, 300.0, 100.0, zrSweepSpeedNormal},  // narrow, a hundred seconds of samples
+        {1e9, 1.01e9, 1e5, 1e5, 100.0, zrSweepSpeedNormal},   // one slice's step of 5e9 samples
         {1e9, 1.1e9, 1e300, 1e300, 0.0, zrSweepSpeedFast},
     };
     for (const Row& r : rows) {
