@@ -134,6 +134,9 @@ std::vector<Call> calls() {
              return zrSetSegIQSegment(h, r.anyInt(), ZrTriggerType(r.enumValue(3)), r.anyInt(), uint32_t(r.anyInt()), r.anyDouble());
          }},
         {"zrSetAudioFilters", [](int h, R& r, B&) { return zrSetAudioFilters(h, r.anyDouble(), r.anyDouble(), r.anyDouble()); }},
+        {"zrSetAudioType", [](int h, R& r, B&) { return zrSetAudioType(h, ZrAudioType(r.enumValue(4))); }},
+        {"zrSetAudioCenterFreq", [](int h, R& r, B&) { return zrSetAudioCenterFreq(h, r.anyDouble()); }},
+        {"zrSetAudioFMDeemphasis", [](int h, R& r, B&) { return zrSetAudioFMDeemphasis(h, r.anyDouble()); }},
         {"zrSetIQFullBandSamples", [](int h, R& r, B&) { return zrSetIQFullBandSamples(h, r.anyInt()); }},
         {"zrSetAttenuator", [](int h, R& r, B&) { return zrSetAttenuator(h, r.anyInt()); }},
         {"zrSetRefLevel", [](int h, R& r, B&) { return zrSetRefLevel(h, r.anyDouble()); }},
@@ -211,6 +214,7 @@ std::vector<Call> calls() {
                             t > 64 ? 64 : t, &b.ns, ZrBool(r.enumValue(1)), &b.i[0], &b.i[1]);
          }},
         {"zrGetIQParameters", [](int h, R&, B& b) { return zrGetIQParameters(h, &b.d[0], &b.d[1]); }},
+        {"zrGetAudio", [](int h, R&, B& b) { return zrGetAudio(h, b.iq.data()); }},
         {"zrGetIQCorrection", [](int h, R&, B& b) { return zrGetIQCorrection(h, &b.f[0]); }},
         {"zrGetSweepParameters", [](int h, R&, B& b) { return zrGetSweepParameters(h, &b.d[0], &b.d[1], &b.d[2], &b.d[3], &b.i[0]); }},
         {"zrGetSweepSettings", [](int h, R&, B&) { ZrSweepSettings s; return zrGetSweepSettings(h, &s); }},

@@ -72,6 +72,22 @@ def test_iq_stream_tone_and_contiguous_times(mesa2):
         assert 10 * np.log10(np.mean(np.abs(z[4096:]) ** 2)) == pytest.approx(-25.0, abs=0.5)
 
 
+def test_audio_blocks_demodulate_am_and_switch_kind(mesa2):
+    sim.add_am(mesa2, 7.1e6, -20.0, 1000.0, 0.5)
+    with zr_api.open(mesa2) as dev:
+        dev.configure_audio(7.1e6, kind="am", ref=0.0)
+        a = dev.audio(16)[4000:]
+        assert a.dtype == np.float32
+        w = np.hanning(len(a))
+        spectrum = np.abs(np.fft.rfft(a * w)) * 2 / w.sum()
+        k = int(round(1000 * len(a) / dev.AUDIO_RATE))
+        assert np.argmax(spectrum) == pytest.approx(k, abs=1)
+        assert spectrum[k - 1:k + 2].max() == pytest.approx(0.5, abs=0.03)
+        dev.set_audio_kind("usb")  # on the running stream
+        with pytest.warns(zr_api.ZrWarning):  # the IF bandwidth is clamped to 250 kHz
+            dev.configure_audio(7.1e6, kind="fm", if_bandwidth=1e6)
+
+
 def test_errors_raise_and_warnings_warn(mesa2):
     with pytest.raises(zr_api.ZrError) as e:
         zr_api.open(99999999)

@@ -124,6 +124,7 @@ IQInfo.__doc__ = ("What came with a block of samples: the first sample's UTC in 
 _ENUMS = {
     "detector": ZrDetector, "units": ZrVideoUnits, "window": ZrWindowType, "speed": ZrSweepSpeed,
     "scale": ZrScale, "base_rate": ZrIQBaseRate, "data_type": ZrDataType, "trigger_edge": ZrTriggerEdge,
+    "audio": ZrAudioType,
 }
 
 
@@ -315,3 +316,35 @@ class Device:
                              ctypes.byref(loss), ctypes.byref(remaining))
         _check(status, "zrGetIQ")
         return out, IQInfo(ts.value, bool(loss.value), remaining.value, triggers[~np.isnan(triggers)], _status(status))
+
+    # ---- audio -------------------------------------------------------------
+
+    AUDIO_RATE = 31250
+
+    def configure_audio(self, center, kind="fm", if_bandwidth=200e3, low_pass=12e3, high_pass=100.0,
+                        deemphasis_us=None, ref=None, atten=None):
+        """Enters audio mode: `kind` "am", "fm", "usb", "lsb" or "cw" (a
+        carrier at `center` sounds at 520 Hz), demodulated to 31250 samples a
+        second. The filters are clamped as the library does (a ZrWarning says
+        so)."""
+        h = self.handle
+        self.set_level(ref, atten)
+        _check(lib.zrSetAudioCenterFreq(h, float(center)), "zrSetAudioCenterFreq")
+        _check(lib.zrSetAudioType(h, _enum("audio", kind)), "zrSetAudioType")
+        _check(lib.zrSetAudioFilters(h, float(if_bandwidth), float(low_pass), float(high_pass)), "zrSetAudioFilters")
+        if deemphasis_us is not None:
+            _check(lib.zrSetAudioFMDeemphasis(h, float(deemphasis_us)), "zrSetAudioFMDeemphasis")
+        _check(lib.zrConfigure(h, ZrMode.zrModeAudio), "zrConfigure")
+
+    def set_audio_kind(self, kind):
+        """Switches the running demodulator from its next block on."""
+        _check(lib.zrSetAudioType(self.handle, _enum("audio", kind)), "zrSetAudioType")
+
+    def audio(self, blocks=1):
+        """The next blocks * 1000 samples of audio as float32, in order
+        (each block is 32 ms)."""
+        out = np.empty(int(blocks) * 1000, dtype=np.float32)
+        for b in range(int(blocks)):
+            _check(lib.zrGetAudio(self.handle, out[b * 1000:].ctypes.data_as(ctypes.POINTER(ctypes.c_float))),
+                   "zrGetAudio")
+        return out

@@ -49,6 +49,16 @@ def add_tone(serial, freq, dbm):
     _check(lib.zrSimAddTone(int(serial), float(freq), float(dbm)), "zrSimAddTone")
 
 
+def add_am(serial, carrier, dbm, mod_hz, depth):
+    """An AM carrier (dbm is the carrier's) modulated by a sine at mod_hz."""
+    _check(lib.zrSimAddAM(int(serial), float(carrier), float(dbm), float(mod_hz), float(depth)), "zrSimAddAM")
+
+
+def add_fm(serial, carrier, dbm, mod_hz, deviation):
+    """An FM carrier with a sine at mod_hz and peak deviation in Hz."""
+    _check(lib.zrSimAddFM(int(serial), float(carrier), float(dbm), float(mod_hz), float(deviation)), "zrSimAddFM")
+
+
 def clear_signals(serial):
     _check(lib.zrSimClearSignals(int(serial)), "zrSimClearSignals")
 

@@ -41,6 +41,7 @@ std::vector<Export> handleExports() {
         {"zrGetIQCenterFreq", [](int h) { return zrGetIQCenterFreq(h, &g_d[0]); }},
         {"zrGetIQCorrection", [](int h) { return zrGetIQCorrection(h, &g_f[0]); }},
         {"zrGetIQ", [](int h) { return zrGetIQ(h, g_f, 2, g_d, 2, nullptr, zrTrue, &g_i[0], &g_i[1]); }},
+        {"zrGetAudio", [](int h) { static float audio[1000]; return zrGetAudio(h, audio); }},
         {"zrGetIQSweepListSteps", [](int h) { return zrGetIQSweepListSteps(h, &g_i[0]); }},
         {"zrSetCustomFreq", [](int h) { return zrSetCustomFreq(h, 1e9); }},
         {"zrSetCustomRegister", [](int h) { return zrSetCustomRegister(h, 1u, 2u); }},

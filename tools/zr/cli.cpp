@@ -119,8 +119,36 @@ std::string parseTone(Invocation& inv, const std::string& v) {
     return {};
 }
 
+// --am FREQ:DBM:RATE:DEPTH and --fm FREQ:DBM:RATE:DEVIATION
+std::string parseModulated(Invocation& inv, const std::string& v, bool fm) {
+    const std::string name = fm ? "--fm " : "--am ";
+    const std::string form = fm ? "FREQ:DBM:RATE:DEVIATION, for example 98M:-40:1k:75k"
+                                : "FREQ:DBM:RATE:DEPTH, for example 1M:-40:1k:0.5";
+    std::vector<std::string> parts;
+    size_t from = 0;
+    for (size_t colon; (colon = v.find(':', from)) != std::string::npos; from = colon + 1)
+        parts.push_back(v.substr(from, colon - from));
+    parts.push_back(v.substr(from));
+    if (parts.size() != 4) return name + v + ": write " + form;
+    auto f = parseFrequency(parts[0]);
+    auto p = parseLevel(parts[1]);
+    auto rate = parseFrequency(parts[2]);
+    auto amount = fm ? parseFrequency(parts[3]) : parseLevel(parts[3]);
+    if (!f || *f <= 0 || !p || !rate || *rate <= 0 || !amount || *amount < 0 || (!fm && *amount > 1))
+        return name + v + ": write " + form + (fm ? "" : " (depth 0 to 1)");
+    inv.modulated.push_back({fm, *f, *p, *rate, *amount});
+    return {};
+}
+
+std::optional<double>& refOf(Invocation& inv) {
+    if (inv.command == "iq") return inv.iq.refLevel;
+    if (inv.command == "audio") return inv.audio.refLevel;
+    return inv.sweep.refLevel;
+}
+
 std::string parseAtten(Invocation& inv, const std::string& v) {
-    std::optional<int>& field = inv.command == "iq" ? inv.iq.attenuator : inv.sweep.attenuator;
+    std::optional<int>& field =
+        inv.command == "iq" ? inv.iq.attenuator : inv.command == "audio" ? inv.audio.attenuator : inv.sweep.attenuator;
     if (v == "auto") {
         field = -1;
         return {};
@@ -138,7 +166,7 @@ std::string parseDuration(Invocation& inv, const std::string& v) {
     const double d = std::strtod(text.c_str(), &end);
     if (text.empty() || end != text.c_str() + text.size() || !(d > 0.0) || d > 3600.0)
         return "--duration " + v + ": seconds above 0, at most 3600";
-    inv.iq.duration = d;
+    (inv.command == "audio" ? inv.audio.duration : inv.iq.duration) = d;
     return {};
 }
 
@@ -146,6 +174,8 @@ const std::vector<Option>& options() {
     static const std::vector<Option> table = {
         {"--sim", "", true, parseSim},
         {"--tone", "", true, parseTone},
+        {"--am", "", true, [](Invocation& i, const std::string& v) { return parseModulated(i, v, false); }},
+        {"--fm", "", true, [](Invocation& i, const std::string& v) { return parseModulated(i, v, true); }},
         {"--noise", "", true,
          [](Invocation& inv, const std::string& v) -> std::string {
              auto p = parseLevel(v.size() > 3 && v.substr(v.size() - 3) == "/Hz" ? v.substr(0, v.size() - 3) : v);
@@ -159,7 +189,7 @@ const std::vector<Option>& options() {
              inv.dataFolder = v;
              return {};
          }},
-        {"--serial", "sweep info iq", true,
+        {"--serial", "sweep info iq audio", true,
          [](Invocation& inv, const std::string& v) -> std::string {
              auto s = parseSerial(v);
              if (!s) return "--serial " + v + ": the serial must have 8 digits";
@@ -168,21 +198,22 @@ const std::vector<Option>& options() {
          }},
         {"--start", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.start, "--start", v); }},
         {"--stop", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.stop, "--stop", v); }},
-        {"--center", "sweep iq", true,
+        {"--center", "sweep iq audio", true,
          [](Invocation& i, const std::string& v) {
-             return frequencyInto(i.command == "iq" ? i.iq.center : i.sweep.center, "--center", v);
+             return frequencyInto(i.command == "iq" ? i.iq.center : i.command == "audio" ? i.audio.center : i.sweep.center,
+                                  "--center", v);
          }},
         {"--span", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.span, "--span", v); }},
         {"--rbw", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.rbw, "--rbw", v); }},
         {"--vbw", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.vbw, "--vbw", v); }},
-        {"--ref", "sweep iq", true,
+        {"--ref", "sweep iq audio", true,
          [](Invocation& inv, const std::string& v) -> std::string {
              auto p = parseLevel(v);
              if (!p) return "--ref " + v + ": a level in dBm, for example -20";
-             (inv.command == "iq" ? inv.iq.refLevel : inv.sweep.refLevel) = *p;
+             refOf(inv) = *p;
              return {};
          }},
-        {"--atten", "sweep iq", true, parseAtten},
+        {"--atten", "sweep iq audio", true, parseAtten},
         {"--detector", "sweep", true, [](Invocation& i, const std::string& v) { return choiceInto(i.sweep.detector, kDetectors, "--detector", v); }},
         {"--window", "sweep", true, [](Invocation& i, const std::string& v) { return choiceInto(i.sweep.window, kWindows, "--window", v); }},
         {"--speed", "sweep", true, [](Invocation& i, const std::string& v) { return choiceInto(i.sweep.speed, kSpeeds, "--speed", v); }},
@@ -206,7 +237,37 @@ const std::vector<Option>& options() {
          [](Invocation& i, const std::string& v) {
              return pathInto(i.command == "iq" ? i.iq.plotPath : i.sweep.plotPath, "--plot", v);
          }},
-        {"--duration", "iq", true, parseDuration},
+        {"--duration", "iq audio", true, parseDuration},
+        {"--type", "audio", true,
+         [](Invocation& i, const std::string& v) -> std::string {
+             static const char* names[] = {"am", "fm", "usb", "lsb", "cw"};
+             for (int t = 0; t < 5; ++t)
+                 if (v == names[t]) {
+                     i.audio.type = ZrAudioType(t);
+                     return {};
+                 }
+             return "--type " + v + ": am, fm, usb, lsb or cw";
+         }},
+        {"--ifbw", "audio", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.audio.ifBandwidth, "--ifbw", v); }},
+        {"--lowpass", "audio", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.audio.lowPass, "--lowpass", v); }},
+        {"--highpass", "audio", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.audio.highPass, "--highpass", v); }},
+        {"--deemphasis", "audio", true,
+         [](Invocation& i, const std::string& v) -> std::string {
+             std::string t = v;
+             if (t.size() > 2 && t.substr(t.size() - 2) == "us") t.resize(t.size() - 2);
+             auto us = parseLevel(t);
+             if (!us || *us <= 0) return "--deemphasis " + v + ": microseconds, for example 75 or 50us";
+             i.audio.deemphasisUs = *us;
+             return {};
+         }},
+        {"--pcm16", "audio", false, [](Invocation& i, const std::string&) -> std::string {
+             i.audio.pcm16 = true;
+             return {};
+         }},
+        {"--play", "audio", false, [](Invocation& i, const std::string&) -> std::string {
+             i.audio.play = true;
+             return {};
+         }},
         {"--decimation", "iq", true,
          [](Invocation& i, const std::string& v) -> std::string {
              auto d = parseInteger(v, 1, 4096);
@@ -222,9 +283,10 @@ const std::vector<Option>& options() {
              else return "--format " + v + ": cf32 or ci16";
              return {};
          }},
-        {"--out", "sweep iq", true,
+        {"--out", "sweep iq audio", true,
          [](Invocation& i, const std::string& v) {
-             return pathInto(i.command == "iq" ? i.iq.outBase : i.sweep.npyPath, "--out", v);
+             return pathInto(i.command == "iq" ? i.iq.outBase : i.command == "audio" ? i.audio.outPath : i.sweep.npyPath,
+                             "--out", v);
          }},
         {"--force", "sweep", false, [](Invocation& i, const std::string&) -> std::string {
              i.sweep.force = true;
@@ -235,7 +297,7 @@ const std::vector<Option>& options() {
 }
 
 bool isCommand(const std::string& s) {
-    return s == "list" || s == "info" || s == "sweep" || s == "iq" || s == "version";
+    return s == "list" || s == "info" || s == "sweep" || s == "iq" || s == "audio" || s == "version";
 }
 
 bool takes(const Option& o, const std::string& command) {
@@ -293,15 +355,21 @@ std::string checkSweep(const Invocation& inv) {
     return {};
 }
 
-std::string checkIQ(const Invocation& inv) {
-    const IQRecordRequest& q = inv.iq;
-    if (!q.center) return "iq needs --center F";
-    if (*q.center < kLowestHz)
-        return "--center " + formatFrequency(*q.center) + " is below the instruments' range (9 kHz); did you mean " +
-               trimmedNumber(*q.center, 6) + "M?";
-    if (q.bandwidth && *q.bandwidth <= 0) return "--bandwidth must be above 0 Hz";
+// A stream command's required centre, in the instruments' range.
+std::string centerProblem(const std::optional<double>& center, const std::string& command) {
+    if (!center) return command + " needs --center F";
+    if (*center < kLowestHz)
+        return "--center " + formatFrequency(*center) + " is below the instruments' range (9 kHz); did you mean " +
+               trimmedNumber(*center, 6) + "M?";
     return {};
 }
+
+std::string checkIQ(const Invocation& inv) {
+    if (std::string e = centerProblem(inv.iq.center, "iq"); !e.empty()) return e;
+    if (inv.iq.bandwidth && *inv.iq.bandwidth <= 0) return "--bandwidth must be above 0 Hz";
+    return {};
+}
+
 
 }  // namespace
 
@@ -355,7 +423,7 @@ bool parseCommandLine(const std::vector<std::string>& args, Invocation* out, std
         return true;
     }
     if (inv.command.empty()) {
-        *error = "no command given (list, info, sweep, iq, version; see zr --help)";
+        *error = "no command given (list, info, sweep, iq, audio, version; see zr --help)";
         return false;
     }
     for (const auto& [opt, value] : given) {
@@ -381,16 +449,17 @@ bool parseCommandLine(const std::vector<std::string>& args, Invocation* out, std
         *error = "unexpected argument " + positional.front() + " (see zr " + inv.command + " --help)";
         return false;
     }
-    if (!inv.tones.empty() && inv.sims.empty()) {
-        *error = "--tone describes the signal at a simulated instrument; add --sim MODEL";
+    if ((!inv.tones.empty() || !inv.modulated.empty()) && inv.sims.empty()) {
+        *error = "--tone, --am and --fm describe the signal at a simulated instrument; add --sim MODEL";
         return false;
     }
     if (inv.noiseFloor && inv.sims.empty()) {
         *error = "--noise describes a simulated instrument; add --sim MODEL";
         return false;
     }
-    if (inv.command == "sweep" || inv.command == "iq") {
-        if (std::string e = inv.command == "iq" ? checkIQ(inv) : checkSweep(inv); !e.empty()) {
+    if (inv.command == "sweep" || inv.command == "iq" || inv.command == "audio") {
+        const std::string e = inv.command == "iq" ? checkIQ(inv) : inv.command == "audio" ? centerProblem(inv.audio.center, "audio") : checkSweep(inv);
+        if (!e.empty()) {
             *error = e;
             return false;
         }
@@ -421,6 +490,8 @@ std::string helpText(const std::string& command) {
         "                         own: Mesa1 10000001, Mesa2 20000001, Ridge2 30000001. Repeatable.\n"
         "  --tone FREQ:DBM        a CW tone at every simulated instrument's input, for example\n"
         "                         2.4G:-30. Repeatable.\n"
+        "  --am FREQ:DBM:RATE:DEPTH       an AM carrier (DBM the carrier's), for example 1M:-40:1k:0.5\n"
+        "  --fm FREQ:DBM:RATE:DEVIATION   an FM carrier, for example 98M:-40:1k:75k. Both repeatable.\n"
         "  --noise DBM/HZ         noise floor of the simulated instruments, for example -160\n"
         "  --data-folder PATH     folder for the library's log and calibration caches (with --sim\n"
         "                         the default is a folder of its own under the temporary folder)\n";
@@ -451,6 +522,25 @@ std::string helpText(const std::string& command) {
                "  --plot FILE            draw the recording's averaged spectrum into a PNG image\n"
                "  --serial SERIAL        which instrument (default: the first one listed)\n\n" +
                simulated + "\nexample:\n  zr --sim Mesa2 --tone 2.4001G:-30 iq --center 2.4G --duration 0.5 --plot iq.png\n";
+    if (command == "audio")
+        return "usage: zr audio --center F [options]\n\n"
+               "Demodulates a signal and writes the audio, 31250 samples a second, to a WAV file\n"
+               "(32-bit float, or 16-bit with --pcm16, where full scale is 1.0).\n\n"
+               "  --center F             the carrier's frequency\n"
+               "  --type T               am, fm, usb, lsb or cw (default fm; cw sounds a carrier at\n"
+               "                         the centre at 520 Hz)\n"
+               "  --duration S           seconds to record (default 5)\n"
+               "  --ifbw F               IF bandwidth, 500 to 250k (default 200k)\n"
+               "  --lowpass F            audio low-pass, 1k to 12k (default 12k)\n"
+               "  --highpass F           audio high-pass, 20 to 1k (default 100)\n"
+               "  --deemphasis US        FM de-emphasis in microseconds, 1 to 100 (default 75)\n"
+               "  --ref DBM              reference level (default 0)\n"
+               "  --atten DB             auto, or 0 to 30 in steps of 5\n"
+               "  --pcm16                16-bit samples instead of float\n"
+               "  --play                 play it too, through aplay, while recording\n"
+               "  --out FILE             the WAV file (default audio.wav)\n"
+               "  --serial SERIAL        which instrument (default: the first one listed)\n\n" +
+               simulated + "\nexample:\n  zr --sim Mesa2 --fm 98M:-40:1k:50k audio --center 98M --duration 2 --out fm.wav\n";
     if (command == "sweep")
         return "usage: zr sweep (--start F --stop F | --center F --span F) [options]\n\n"
                "Sweeps a range and prints the strongest peaks; writes the trace to CSV and PNG on\n"
@@ -487,6 +577,7 @@ std::string helpText(const std::string& command) {
            "  info      identity, firmware, calibration and diagnostics of one instrument\n"
            "  sweep     sweep a range: peak table, CSV and PNG plot\n"
            "  iq        record an I/Q stream to SigMF files\n"
+           "  audio     demodulate AM, FM, SSB or CW to a WAV file\n"
            "  version   library version\n\n"
            "zr COMMAND --help describes a command.\n\n" +
            simulated;

@@ -20,6 +20,15 @@ struct SimTone {
     double level;      // dBm
 };
 
+// A sine-modulated carrier at the simulated input (--am, --fm).
+struct SimModulated {
+    bool fm;
+    double frequency;  // Hz
+    double level;      // dBm
+    double rate;       // modulation frequency, Hz
+    double amount;     // AM depth 0..1, FM peak deviation in Hz
+};
+
 struct SweepRequest {
     // Either start/stop or center/span, never a mix; checked by the parser.
     std::optional<double> start, stop, center, span;
@@ -54,16 +63,31 @@ struct IQRecordRequest {
     std::string plotPath;
 };
 
+// zr audio: demodulated audio to a WAV file.
+struct AudioRequest {
+    std::optional<double> center;  // Hz, required
+    ZrAudioType type = zrAudioFM;
+    double duration = 5.0;         // s
+    std::optional<double> ifBandwidth, lowPass, highPass, deemphasisUs;
+    std::optional<double> refLevel;
+    std::optional<int> attenuator;
+    bool pcm16 = false;            // 16-bit samples instead of float
+    bool play = false;             // also to aplay
+    std::string outPath = "audio.wav";
+};
+
 struct Invocation {
-    std::string command;     // "list", "info", "sweep", "iq", "version"; empty for bare help
+    std::string command;     // "list", "info", "sweep", "iq", "audio", "version"; empty for bare help
     bool help = false;       // --help: print the command's help and stop
     std::vector<SimInstrument> sims;
     std::vector<SimTone> tones;
+    std::vector<SimModulated> modulated;
     std::optional<double> noiseFloor;  // dBm/Hz
     std::string dataFolder;
     std::optional<int> serial;  // info: the positional SERIAL; sweep: --serial
     SweepRequest sweep;
     IQRecordRequest iq;
+    AudioRequest audio;
 };
 
 // Fills `out` or returns false with a one-line message in `error` (without

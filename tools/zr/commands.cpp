@@ -104,26 +104,6 @@ bool applySettings(int h, const SweepRequest& s, int* rc) {
     return check("scale", zrSetSweepScale(h, zrScaleLog), rc);
 }
 
-// Ctrl-C ends a run after the sweep in progress: that sweep completes,
-// everything complete is written, and the instrument is closed.
-volatile std::sig_atomic_t gInterrupted = 0;
-void onInterrupt(int) { gInterrupted = 1; }
-
-class InterruptGuard {
-public:
-    InterruptGuard() {
-        gInterrupted = 0;
-        struct sigaction sa {};
-        sa.sa_handler = onInterrupt;
-        sigemptyset(&sa.sa_mask);
-        sigaction(SIGINT, &sa, &old_);
-    }
-    ~InterruptGuard() { sigaction(SIGINT, &old_, nullptr); }
-
-private:
-    struct sigaction old_ {};
-};
-
 // Settings, configuration and the sweep's shape.
 bool configureSweep(const OpenDevice& dev, const SweepRequest& req, SweepResult* out, int* rc) {
     const int h = dev.handle();
@@ -241,6 +221,11 @@ int prepareSession(const Invocation& inv) {
         for (const SimTone& t : inv.tones)
             if (ZrStatus st = zrSimAddTone(serial, t.frequency, t.level); st < 0)
                 return fail("--tone " + formatFrequency(t.frequency) + ":" + trimmedNumber(t.level, 2), st, nullptr);
+        for (const SimModulated& m : inv.modulated) {
+            const ZrStatus st = m.fm ? zrSimAddFM(serial, m.frequency, m.level, m.rate, m.amount)
+                                     : zrSimAddAM(serial, m.frequency, m.level, m.rate, m.amount);
+            if (st < 0) return fail(m.fm ? "--fm" : "--am", st, m.fm ? "the deviation may be at most 200 times the rate" : nullptr);
+        }
         if (inv.noiseFloor)
             if (ZrStatus st = zrSimSetNoiseFloor(serial, *inv.noiseFloor); st < 0)
                 return fail("--noise", st, nullptr);
@@ -365,7 +350,7 @@ int runSweep(const Invocation& inv) {
                 waterfall.rows.push_back(waterfallRow(r.levels.data(), int(r.levels.size())));
             completed = k + 1;
             progress.done(completed);
-            if (gInterrupted) break;
+            if (interrupted()) break;
         }
         if (!csv.close(&error)) {
             std::fprintf(stderr, "zr: --csv %s\n", error.c_str());
@@ -386,7 +371,7 @@ int runSweep(const Invocation& inv) {
     const std::vector<Peak> peaks = findPeaks(r.levels.data(), n, r.startHz, r.binHz, search, &threshold);
     std::fprintf(report, "%s\n%s\n%d bins of %s", title.c_str(), settingsLine(req, r).c_str(), n,
                  formatFrequency(r.binHz, 3).c_str());
-    if (series) std::fprintf(report, ", %d sweeps%s", completed, gInterrupted ? " (interrupted)" : "");
+    if (series) std::fprintf(report, ", %d sweeps%s", completed, interrupted() ? " (interrupted)" : "");
     std::fprintf(report, "\n\n");
     if (req.peaks > 0) printPeaks(report, peaks, r, threshold);
     if (!req.csvPath.empty() && req.csvPath != "-") std::fprintf(report, "wrote %s\n", req.csvPath.c_str());
@@ -416,7 +401,7 @@ int runSweep(const Invocation& inv) {
         std::fprintf(report, "wrote %s\n", req.waterfallPath.c_str());
     }
     // Ctrl-C is how a continuous run ends; any other run it cut short.
-    if (rc == 0 && gInterrupted && !req.continuous) return 130;
+    if (rc == 0 && interrupted() && !req.continuous) return 130;
     return rc;
 }
 

@@ -14,6 +14,7 @@ int runList(const Invocation& inv);
 int runInfo(const Invocation& inv);
 int runSweep(const Invocation& inv);
 int runIQ(const Invocation& inv);
+int runAudio(const Invocation& inv);
 int runVersion(const Invocation& inv);
 
 }  // namespace zrtool

@@ -24,5 +24,6 @@ int main(int argc, char** argv) {
     if (inv.command == "info") return runInfo(inv);
     if (inv.command == "sweep") return runSweep(inv);
     if (inv.command == "iq") return runIQ(inv);
+    if (inv.command == "audio") return runAudio(inv);
     return runVersion(inv);
 }

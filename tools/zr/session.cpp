@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 
 namespace zrtool {
@@ -85,5 +86,29 @@ bool writablePath(const std::string& path, std::string* error) {
     }
     return true;
 }
+
+namespace {
+volatile std::sig_atomic_t gInterrupted = 0;
+void onInterrupt(int) { gInterrupted = 1; }
+}  // namespace
+
+struct InterruptGuard::Saved {
+    struct sigaction old {};
+};
+
+InterruptGuard::InterruptGuard() : saved_(new Saved) {
+    gInterrupted = 0;
+    struct sigaction sa {};
+    sa.sa_handler = onInterrupt;
+    sigemptyset(&sa.sa_mask);
+    sigaction(SIGINT, &sa, &saved_->old);
+}
+
+InterruptGuard::~InterruptGuard() {
+    sigaction(SIGINT, &saved_->old, nullptr);
+    delete saved_;
+}
+
+bool interrupted() { return gInterrupted != 0; }
 
 }  // namespace zrtool

@@ -36,6 +36,22 @@ private:
     int serial_ = 0;
 };
 
+// Ctrl-C ends a run after the unit in progress (a sweep, a block of
+// audio): it completes, everything complete is written, and the
+// instrument is closed. Installed for the guard's life.
+class InterruptGuard {
+public:
+    InterruptGuard();
+    ~InterruptGuard();
+    InterruptGuard(const InterruptGuard&) = delete;
+    InterruptGuard& operator=(const InterruptGuard&) = delete;
+
+private:
+    struct Saved;
+    Saved* saved_;
+};
+bool interrupted();
+
 // A file can be written at `path`: its folder exists and takes files, and
 // the path is not a folder. Checked before an instrument is opened.
 bool writablePath(const std::string& path, std::string* error);
