@@ -96,6 +96,8 @@ struct Buffers {
     float f[16] = {};
     int i[8] = {};
     uint64_t u[2] = {};
+    uint32_t u32 = 0;
+    std::vector<uint32_t> vrt = std::vector<uint32_t>(4 * 65535);
     int64_t ns = 0;
 };
 
@@ -215,6 +217,23 @@ std::vector<Call> calls() {
          }},
         {"zrGetIQParameters", [](int h, R&, B& b) { return zrGetIQParameters(h, &b.d[0], &b.d[1]); }},
         {"zrGetAudio", [](int h, R&, B& b) { return zrGetAudio(h, b.iq.data()); }},
+        {"zrSetVrtPacketSize", [](int h, R& r, B&) { return zrSetVrtPacketSize(h, uint16_t(r.raw())); }},
+        {"zrSetVrtStreamID", [](int h, R& r, B&) { return zrSetVrtStreamID(h, uint32_t(r.raw())); }},
+        {"zrGetVrtContextPkt", [](int h, R&, B& b) {
+             uint32_t w[28];
+             return zrGetVrtContextPkt(h, w, &b.u32);
+         }},
+        {"zrGetVrtPackets", [](int h, R& r, B& b) {
+             uint16_t size = 0;
+             uint32_t perPacket = 0;
+             zrGetVrtPacketSize(h, &size, &perPacket);
+             // Up to 65536 samples (seconds at the slowest rates), in a
+             // buffer that holds them.
+             const uint32_t fits = std::min<uint32_t>(uint32_t(b.vrt.size()) / std::max<uint32_t>(perPacket, 1),
+                                                      65536 / std::max<uint32_t>(size, 1));
+             const uint32_t count = r.below(8) ? uint32_t(r.below(int(fits) + 1)) : 0;
+             return zrGetVrtPackets(h, b.vrt.data(), &b.u32, count, ZrBool(r.enumValue(1)));
+         }},
         {"zrGetIQCorrection", [](int h, R&, B& b) { return zrGetIQCorrection(h, &b.f[0]); }},
         {"zrGetSweepParameters", [](int h, R&, B& b) { return zrGetSweepParameters(h, &b.d[0], &b.d[1], &b.d[2], &b.d[3], &b.i[0]); }},
         {"zrGetSweepSettings", [](int h, R&, B&) { ZrSweepSettings s; return zrGetSweepSettings(h, &s); }},

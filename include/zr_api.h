@@ -365,6 +365,35 @@ ZR_EXPORT ZrStatus zrSetAudioFMDeemphasis(int device, double microseconds);
  * or when zrAbort from another thread ends it. For one calling thread. */
 ZR_EXPORT ZrStatus zrGetAudio(int device, float* audio);
 
+/* VITA 49 packets of the running I/Q stream, as 32-bit words already in
+ * network byte order (ready to send). The stream identifier, packet size
+ * and counters belong to the device index (0..8) for the life of the
+ * process; open and close keep them. Time stamps are the host's UTC when
+ * the packet is built (integer seconds since 1970 and picoseconds, at
+ * 100 ns resolution).
+ *
+ * zrGetVrtContextPkt: a 28-word context packet (bandwidth, centre, reference
+ * level, attenuation, sample rate, FPGA temperature, device identifier, and
+ * the formatted GPS field: time, latitude and longitude in degrees with 22
+ * fraction bits, altitude in metres with 5, or 0x7FFFFFFF while GPS is not
+ * locked). The change indicator is set when any of it differs from the
+ * last context packet. In I/Q streaming and segmented capture only.
+ *
+ * zrSetVrtPacketSize: samples per data packet, clamped to 128..65529.
+ * zrGetVrtPackets: packetCount IF data packets of packetSize + 6 words
+ * each (words must hold that many); the samples are 16-bit I (low half) and
+ * Q (high half) scaled so that full scale is the reference level. A read's
+ * overload, sample loss and validity go into that packet's trailer; the
+ * call returns 0, or a read's error with wordCount unwritten. zrNullPtrErr
+ * before a packet size is set. */
+ZR_EXPORT ZrStatus zrSetVrtStreamID(int device, uint32_t streamID);
+ZR_EXPORT ZrStatus zrGetVrtContextPktSize(int device, uint32_t* wordCount);
+ZR_EXPORT ZrStatus zrGetVrtContextPkt(int device, uint32_t* words, uint32_t* wordCount);
+ZR_EXPORT ZrStatus zrSetVrtPacketSize(int device, uint16_t samples);
+ZR_EXPORT ZrStatus zrGetVrtPacketSize(int device, uint16_t* samples, uint32_t* wordCount);
+ZR_EXPORT ZrStatus zrGetVrtPackets(int device, uint32_t* words, uint32_t* wordCount, uint32_t packetCount,
+                                   ZrBool purge);
+
 ZR_EXPORT ZrStatus zrSetIQFullBandAtten(int device, int atten);
 ZR_EXPORT ZrStatus zrSetIQFullBandCorrected(int device, ZrBool corrected);
 ZR_EXPORT ZrStatus zrSetIQFullBandSamples(int device, int samples);

@@ -23,6 +23,7 @@ struct Export {
 double g_d[8];
 int g_i[8];
 float g_f[8];
+uint32_t g_u[8];
 
 std::vector<Export> handleExports() {
     return {
@@ -42,6 +43,8 @@ std::vector<Export> handleExports() {
         {"zrGetIQCorrection", [](int h) { return zrGetIQCorrection(h, &g_f[0]); }},
         {"zrGetIQ", [](int h) { return zrGetIQ(h, g_f, 2, g_d, 2, nullptr, zrTrue, &g_i[0], &g_i[1]); }},
         {"zrGetAudio", [](int h) { static float audio[1000]; return zrGetAudio(h, audio); }},
+        {"zrGetVrtContextPkt", [](int h) { static uint32_t w[28]; return zrGetVrtContextPkt(h, w, &g_u[0]); }},
+        {"zrGetVrtPackets", [](int h) { static uint32_t w[2 * 65535]; return zrGetVrtPackets(h, w, &g_u[0], 1, zrFalse); }},
         {"zrGetIQSweepListSteps", [](int h) { return zrGetIQSweepListSteps(h, &g_i[0]); }},
         {"zrSetCustomFreq", [](int h) { return zrSetCustomFreq(h, 1e9); }},
         {"zrSetCustomRegister", [](int h) { return zrSetCustomRegister(h, 1u, 2u); }},
