@@ -370,7 +370,8 @@ ZR_EXPORT ZrStatus zrGetAudio(int device, float* audio);
  * and counters belong to the device index (0..8) for the life of the
  * process; open and close keep them. Time stamps are the host's UTC when
  * the packet is built (integer seconds since 1970 and picoseconds, at
- * 100 ns resolution).
+ * 100 ns resolution). Every 64-bit field (picoseconds, bandwidth, frequency,
+ * sample rate) is two words with the low word first.
  *
  * zrGetVrtContextPkt: a 28-word context packet (bandwidth, centre, reference
  * level, attenuation, sample rate, FPGA temperature, device identifier, and

@@ -88,6 +88,20 @@ def test_audio_blocks_demodulate_am_and_switch_kind(mesa2):
             dev.configure_audio(7.1e6, kind="fm", if_bandwidth=1e6)
 
 
+def test_vrt_packets_as_big_endian_words(mesa2):
+    sim.add_tone(mesa2, 1.0001e9, -20.0)
+    with zr_api.open(mesa2) as dev:
+        dev.set_vrt(packet_size=256, stream_id=0xABCD)
+        dev.configure_iq(center=1e9, decimation=8, ref=-20.0)
+        ctx = dev.vrt_context()
+        assert ctx[0] & 0xFFF0FFFF == 0x4160001C and ctx[1] == 0xABCD
+        p = dev.vrt_packets(4)
+        assert p.shape == (4, 262) and np.all(p[:, 0] & 0xFFFF == 262) and np.all(p[:, -1] >> 18 & 1)
+        iq = (p[:, 5:-1] & 0xFFFF).astype(np.uint16).view(np.int16)
+        # The tone is at the reference level: full scale.
+        assert np.abs(iq[1:]).max() == pytest.approx(32768, rel=0.1)
+
+
 def test_errors_raise_and_warnings_warn(mesa2):
     with pytest.raises(zr_api.ZrError) as e:
         zr_api.open(99999999)

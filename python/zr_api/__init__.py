@@ -317,6 +317,35 @@ class Device:
         _check(status, "zrGetIQ")
         return out, IQInfo(ts.value, bool(loss.value), remaining.value, triggers[~np.isnan(triggers)], _status(status))
 
+    # ---- VITA 49 -----------------------------------------------------------
+
+    def set_vrt(self, packet_size=None, stream_id=None):
+        """Samples per data packet (128..65529) and the stream identifier."""
+        if packet_size is not None:
+            _check(lib.zrSetVrtPacketSize(self.handle, int(packet_size)), "zrSetVrtPacketSize")
+        if stream_id is not None:
+            _check(lib.zrSetVrtStreamID(self.handle, int(stream_id)), "zrSetVrtStreamID")
+
+    def vrt_context(self):
+        """A context packet of the running stream: 28 words as a big-endian
+        uint32 array (its bytes are the packet as sent)."""
+        words = np.empty(28, dtype=">u4")
+        n = ctypes.c_uint32()
+        _check(lib.zrGetVrtContextPkt(self.handle, words.ctypes.data_as(ctypes.POINTER(ctypes.c_uint32)),
+                                      ctypes.byref(n)), "zrGetVrtContextPkt")
+        return words[:n.value]
+
+    def vrt_packets(self, count, purge=False):
+        """count data packets as a (count, packet_size + 6) big-endian uint32
+        array."""
+        size, per = ctypes.c_uint16(), ctypes.c_uint32()
+        _check(lib.zrGetVrtPacketSize(self.handle, ctypes.byref(size), ctypes.byref(per)), "zrGetVrtPacketSize")
+        words = np.empty((int(count), per.value), dtype=">u4")
+        n = ctypes.c_uint32()
+        _check(lib.zrGetVrtPackets(self.handle, words.ctypes.data_as(ctypes.POINTER(ctypes.c_uint32)), ctypes.byref(n),
+                                   int(count), ZrBool.zrTrue if purge else ZrBool.zrFalse), "zrGetVrtPackets")
+        return words
+
     # ---- audio -------------------------------------------------------------
 
     AUDIO_RATE = 31250

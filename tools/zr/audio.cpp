@@ -102,11 +102,7 @@ bool applyAudioSettings(int h, const AudioRequest& a, int* rc) {
 
 int runAudio(const Invocation& inv) {
     const AudioRequest& a = inv.audio;
-    std::string error;
-    if (!writablePath(a.outPath, &error)) {
-        std::fprintf(stderr, "zr: %s\n", error.c_str());
-        return 2;
-    }
+    if (const int bad = checkOutputs({a.outPath})) return bad;
     if (a.play && !onPath("aplay")) std::fprintf(stderr, "zr: --play needs aplay (package alsa-utils); recording only\n");
 
     int rc = 0;

@@ -143,12 +143,15 @@ std::string parseModulated(Invocation& inv, const std::string& v, bool fm) {
 std::optional<double>& refOf(Invocation& inv) {
     if (inv.command == "iq") return inv.iq.refLevel;
     if (inv.command == "audio") return inv.audio.refLevel;
+    if (inv.command == "vrt") return inv.vrt.refLevel;
     return inv.sweep.refLevel;
 }
 
 std::string parseAtten(Invocation& inv, const std::string& v) {
-    std::optional<int>& field =
-        inv.command == "iq" ? inv.iq.attenuator : inv.command == "audio" ? inv.audio.attenuator : inv.sweep.attenuator;
+    std::optional<int>& field = inv.command == "iq"      ? inv.iq.attenuator
+                                : inv.command == "audio" ? inv.audio.attenuator
+                                : inv.command == "vrt"   ? inv.vrt.attenuator
+                                                         : inv.sweep.attenuator;
     if (v == "auto") {
         field = -1;
         return {};
@@ -189,7 +192,7 @@ const std::vector<Option>& options() {
              inv.dataFolder = v;
              return {};
          }},
-        {"--serial", "sweep info iq audio", true,
+        {"--serial", "sweep info iq audio vrt", true,
          [](Invocation& inv, const std::string& v) -> std::string {
              auto s = parseSerial(v);
              if (!s) return "--serial " + v + ": the serial must have 8 digits";
@@ -198,27 +201,33 @@ const std::vector<Option>& options() {
          }},
         {"--start", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.start, "--start", v); }},
         {"--stop", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.stop, "--stop", v); }},
-        {"--center", "sweep iq audio", true,
+        {"--center", "sweep iq audio vrt", true,
          [](Invocation& i, const std::string& v) {
-             return frequencyInto(i.command == "iq" ? i.iq.center : i.command == "audio" ? i.audio.center : i.sweep.center,
-                                  "--center", v);
+             std::optional<double>& field = i.command == "iq"      ? i.iq.center
+                                            : i.command == "audio" ? i.audio.center
+                                            : i.command == "vrt"   ? i.vrt.center
+                                                                   : i.sweep.center;
+             return frequencyInto(field, "--center", v);
          }},
         {"--span", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.span, "--span", v); }},
         {"--rbw", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.rbw, "--rbw", v); }},
         {"--vbw", "sweep", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.sweep.vbw, "--vbw", v); }},
-        {"--ref", "sweep iq audio", true,
+        {"--ref", "sweep iq audio vrt", true,
          [](Invocation& inv, const std::string& v) -> std::string {
              auto p = parseLevel(v);
              if (!p) return "--ref " + v + ": a level in dBm, for example -20";
              refOf(inv) = *p;
              return {};
          }},
-        {"--atten", "sweep iq audio", true, parseAtten},
+        {"--atten", "sweep iq audio vrt", true, parseAtten},
         {"--detector", "sweep", true, [](Invocation& i, const std::string& v) { return choiceInto(i.sweep.detector, kDetectors, "--detector", v); }},
         {"--window", "sweep", true, [](Invocation& i, const std::string& v) { return choiceInto(i.sweep.window, kWindows, "--window", v); }},
         {"--speed", "sweep", true, [](Invocation& i, const std::string& v) { return choiceInto(i.sweep.speed, kSpeeds, "--speed", v); }},
-        {"--count", "sweep", true,
-         [](Invocation& i, const std::string& v) { return countInto(i.sweep.count, "--count", v, 1, 100000, "a number of sweeps, "); }},
+        {"--count", "sweep vrt", true,
+         [](Invocation& i, const std::string& v) {
+             return i.command == "vrt" ? countInto(i.vrt.count, "--count", v, 1, 10000000, "a number of data packets, ")
+                                       : countInto(i.sweep.count, "--count", v, 1, 100000, "a number of sweeps, ");
+         }},
         {"--repeat", "sweep", true,
          [](Invocation& i, const std::string& v) { return countInto(i.sweep.repeat, "--repeat", v, 1, 10000000, "a number of sweeps, "); }},
         {"--continuous", "sweep", false, [](Invocation& i, const std::string&) -> std::string {
@@ -268,11 +277,26 @@ const std::vector<Option>& options() {
              i.audio.play = true;
              return {};
          }},
-        {"--decimation", "iq", true,
+        {"--decimation", "iq vrt", true,
          [](Invocation& i, const std::string& v) -> std::string {
              auto d = parseInteger(v, 1, 4096);
              if (!d || (*d & (*d - 1)) != 0) return "--decimation " + v + ": a power of two from 1 to 4096";
-             i.iq.decimation = static_cast<int>(*d);
+             (i.command == "vrt" ? i.vrt.decimation : i.iq.decimation) = static_cast<int>(*d);
+             return {};
+         }},
+        {"--packet-size", "vrt", true,
+         [](Invocation& i, const std::string& v) {
+             // A UDP datagram holds at most 65507 bytes: 16370 samples and 6 words.
+             return countInto(i.vrt.packetSize, "--packet-size", v, 128, 16370, "samples a packet, ");
+         }},
+        {"--context-every", "vrt", true,
+         [](Invocation& i, const std::string& v) { return countInto(i.vrt.contextEvery, "--context-every", v, 1, 1000000, "data packets, "); }},
+        {"--stream-id", "vrt", true,
+         [](Invocation& i, const std::string& v) -> std::string {
+             char* end = nullptr;
+             const unsigned long long id = std::strtoull(v.c_str(), &end, 0);
+             if (v.empty() || *end != 0 || id > 0xFFFFFFFFull) return "--stream-id " + v + ": 0 to 0xFFFFFFFF";
+             i.vrt.streamId = uint32_t(id);
              return {};
          }},
         {"--bandwidth", "iq", true, [](Invocation& i, const std::string& v) { return frequencyInto(i.iq.bandwidth, "--bandwidth", v); }},
@@ -283,10 +307,13 @@ const std::vector<Option>& options() {
              else return "--format " + v + ": cf32 or ci16";
              return {};
          }},
-        {"--out", "sweep iq audio", true,
+        {"--out", "sweep iq audio vrt", true,
          [](Invocation& i, const std::string& v) {
-             return pathInto(i.command == "iq" ? i.iq.outBase : i.command == "audio" ? i.audio.outPath : i.sweep.npyPath,
-                             "--out", v);
+             std::string& field = i.command == "iq"      ? i.iq.outBase
+                                  : i.command == "audio" ? i.audio.outPath
+                                  : i.command == "vrt"   ? i.vrt.outPath
+                                                         : i.sweep.npyPath;
+             return pathInto(field, "--out", v);
          }},
         {"--force", "sweep", false, [](Invocation& i, const std::string&) -> std::string {
              i.sweep.force = true;
@@ -297,7 +324,7 @@ const std::vector<Option>& options() {
 }
 
 bool isCommand(const std::string& s) {
-    return s == "list" || s == "info" || s == "sweep" || s == "iq" || s == "audio" || s == "version";
+    return s == "list" || s == "info" || s == "sweep" || s == "iq" || s == "audio" || s == "vrt" || s == "version";
 }
 
 bool takes(const Option& o, const std::string& command) {
@@ -423,7 +450,7 @@ bool parseCommandLine(const std::vector<std::string>& args, Invocation* out, std
         return true;
     }
     if (inv.command.empty()) {
-        *error = "no command given (list, info, sweep, iq, audio, version; see zr --help)";
+        *error = "no command given (list, info, sweep, iq, audio, vrt, version; see zr --help)";
         return false;
     }
     for (const auto& [opt, value] : given) {
@@ -457,8 +484,11 @@ bool parseCommandLine(const std::vector<std::string>& args, Invocation* out, std
         *error = "--noise describes a simulated instrument; add --sim MODEL";
         return false;
     }
-    if (inv.command == "sweep" || inv.command == "iq" || inv.command == "audio") {
-        const std::string e = inv.command == "iq" ? checkIQ(inv) : inv.command == "audio" ? centerProblem(inv.audio.center, "audio") : checkSweep(inv);
+    if (inv.command == "sweep" || inv.command == "iq" || inv.command == "audio" || inv.command == "vrt") {
+        const std::string e = inv.command == "iq"      ? checkIQ(inv)
+                              : inv.command == "audio" ? centerProblem(inv.audio.center, "audio")
+                              : inv.command == "vrt"   ? centerProblem(inv.vrt.center, "vrt")
+                                                       : checkSweep(inv);
         if (!e.empty()) {
             *error = e;
             return false;
@@ -541,6 +571,22 @@ std::string helpText(const std::string& command) {
                "  --out FILE             the WAV file (default audio.wav)\n"
                "  --serial SERIAL        which instrument (default: the first one listed)\n\n" +
                simulated + "\nexample:\n  zr --sim Mesa2 --fm 98M:-40:1k:50k audio --center 98M --duration 2 --out fm.wav\n";
+    if (command == "vrt")
+        return "usage: zr vrt --center F [options]\n\n"
+               "Writes VITA 49 packets of an I/Q stream into a pcap file, each as the payload of a\n"
+               "UDP datagram from 127.0.0.2 to 127.0.0.1, port 4991, where Wireshark's VITA 49\n"
+               "dissector reads them: a context packet first and then before every N data packets.\n\n"
+               "  --center F             centre frequency\n"
+               "  --decimation N         1 to 4096, a power of two: 50 MS/s / N (default 8)\n"
+               "  --count N              data packets (default 100)\n"
+               "  --packet-size N        samples a data packet, 128 to 16370 (default 1000)\n"
+               "  --context-every N      data packets between context packets (default 10)\n"
+               "  --stream-id ID         the stream identifier, decimal or 0x hex (default 1)\n"
+               "  --ref DBM              reference level: the samples' full scale (default 0)\n"
+               "  --atten DB             auto, or 0 to 30 in steps of 5\n"
+               "  --out FILE             the pcap file (default vrt.pcap)\n"
+               "  --serial SERIAL        which instrument (default: the first one listed)\n\n" +
+               simulated + "\nexample:\n  zr --sim Mesa2 --tone 1.0001G:-30 vrt --center 1G --count 50 --out vrt.pcap\n";
     if (command == "sweep")
         return "usage: zr sweep (--start F --stop F | --center F --span F) [options]\n\n"
                "Sweeps a range and prints the strongest peaks; writes the trace to CSV and PNG on\n"
@@ -578,6 +624,7 @@ std::string helpText(const std::string& command) {
            "  sweep     sweep a range: peak table, CSV and PNG plot\n"
            "  iq        record an I/Q stream to SigMF files\n"
            "  audio     demodulate AM, FM, SSB or CW to a WAV file\n"
+           "  vrt       VITA 49 packets of a stream into a pcap file\n"
            "  version   library version\n\n"
            "zr COMMAND --help describes a command.\n\n" +
            simulated;

@@ -76,8 +76,21 @@ struct AudioRequest {
     std::string outPath = "audio.wav";
 };
 
+// zr vrt: VITA 49 packets of a stream into a pcap file.
+struct VrtRequest {
+    std::optional<double> center;  // Hz, required
+    int decimation = 8;
+    int count = 100;                // data packets
+    int packetSize = 1000;          // samples a data packet
+    uint32_t streamId = 1;
+    int contextEvery = 10;          // a context packet before every this many data packets
+    std::optional<double> refLevel;
+    std::optional<int> attenuator;
+    std::string outPath = "vrt.pcap";
+};
+
 struct Invocation {
-    std::string command;     // "list", "info", "sweep", "iq", "audio", "version"; empty for bare help
+    std::string command;     // "list", "info", "sweep", "iq", "audio", "vrt", "version"; empty for bare help
     bool help = false;       // --help: print the command's help and stop
     std::vector<SimInstrument> sims;
     std::vector<SimTone> tones;
@@ -88,6 +101,7 @@ struct Invocation {
     SweepRequest sweep;
     IQRecordRequest iq;
     AudioRequest audio;
+    VrtRequest vrt;
 };
 
 // Fills `out` or returns false with a one-line message in `error` (without

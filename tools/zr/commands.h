@@ -15,6 +15,7 @@ int runInfo(const Invocation& inv);
 int runSweep(const Invocation& inv);
 int runIQ(const Invocation& inv);
 int runAudio(const Invocation& inv);
+int runVrt(const Invocation& inv);
 int runVersion(const Invocation& inv);
 
 }  // namespace zrtool

@@ -58,13 +58,7 @@ int runIQ(const Invocation& inv) {
     const IQRecordRequest& q = inv.iq;
     const std::string dataPath = q.outBase + ".sigmf-data", metaPath = q.outBase + ".sigmf-meta";
     // Every output is checked before an instrument is touched.
-    std::string error;
-    for (const std::string& path : {dataPath, metaPath, q.plotPath}) {
-        if (!path.empty() && !writablePath(path, &error)) {
-            std::fprintf(stderr, "zr: %s\n", error.c_str());
-            return 2;
-        }
-    }
+    if (const int bad = checkOutputs({dataPath, metaPath, q.plotPath})) return bad;
     int rc = 0;
     OpenDevice dev;
     if (!dev.open(inv, &rc)) return rc;
@@ -202,6 +196,7 @@ int runIQ(const Invocation& inv) {
                        formatFrequency(rate, 6) + "   " + std::to_string(spectrum.segments()) +
                            " averaged flat-top FFTs of " + std::to_string(kSpectrumSize),
                        findPeaks(levels.data(), kSpectrumSize, start, bin, search, &threshold), std::nullopt};
+        std::string error;
         if (!writePng(q.plotPath, renderPlot(plot), &error)) {
             std::fprintf(stderr, "zr: --plot %s\n", error.c_str());
             return 1;

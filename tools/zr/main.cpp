@@ -25,5 +25,6 @@ int main(int argc, char** argv) {
     if (inv.command == "sweep") return runSweep(inv);
     if (inv.command == "iq") return runIQ(inv);
     if (inv.command == "audio") return runAudio(inv);
+    if (inv.command == "vrt") return runVrt(inv);
     return runVersion(inv);
 }

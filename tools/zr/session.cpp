@@ -87,6 +87,17 @@ bool writablePath(const std::string& path, std::string* error) {
     return true;
 }
 
+int checkOutputs(std::initializer_list<std::string> paths) {
+    std::string error;
+    for (const std::string& path : paths) {
+        if (!path.empty() && !writablePath(path, &error)) {
+            std::fprintf(stderr, "zr: %s\n", error.c_str());
+            return 2;
+        }
+    }
+    return 0;
+}
+
 namespace {
 volatile std::sig_atomic_t gInterrupted = 0;
 void onInterrupt(int) { gInterrupted = 1; }

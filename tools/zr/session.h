@@ -2,6 +2,7 @@
 // with hints, and a handle that is closed on every way out.
 #pragma once
 
+#include <initializer_list>
 #include <string>
 
 #include "cli.h"
@@ -55,5 +56,8 @@ bool interrupted();
 // A file can be written at `path`: its folder exists and takes files, and
 // the path is not a folder. Checked before an instrument is opened.
 bool writablePath(const std::string& path, std::string* error);
+// 0 when every non-empty path can be written; else says why and gives 2,
+// the exit status of a usage error.
+int checkOutputs(std::initializer_list<std::string> paths);
 
 }  // namespace zrtool
