@@ -45,7 +45,7 @@ AudioChain::AudioChain(const AudioSettings& s)
                                   DesignLowPassComplex);
     build<FirFilterReal, float>(lowPass_, s.lowPass / kMidRate, DesignLowPassReal);
 
-    float iir[4];
+    float iir[6];  // b0..b2, a0..a2 of the second-order section
     DesignIirHighPass(s.highPass / (kMidRate / 10.0), 0.2, 2, iir);
     if (!highPass_.Setup(iir, 2)) throw std::bad_alloc();
     DesignIirLowPass(0.3275 / s.fmDeemphasisUs, 0.2, 1, iir);

@@ -203,6 +203,12 @@ TEST_F(Vrt, DataPacketsCarryTheStreamAtTheReferenceLevelsScale) {
     }
     EXPECT_TRUE(overload);
 
+    // A reader that falls behind the host's queue: the next packet says so.
+    std::this_thread::sleep_for(std::chrono::milliseconds(700));  // past the half-second queue
+    const uint32_t late = packets(1, kSize).back();
+    EXPECT_EQ((late >> 12) & 1, 1u);
+    EXPECT_EQ((packets(1, kSize).back() >> 12) & 1, 0u);
+
     // A pulled cable ends a call within 4 s, with no words counted.
     test::pullCableSoon(kSerial);
     std::vector<uint32_t> big(size_t(64) * (kSize + 6));
