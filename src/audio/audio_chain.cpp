@@ -1,5 +1,7 @@
 #include "audio/audio_chain.h"
 
+#include "audio/hilbert.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -23,19 +25,12 @@ void build(Filter& f, double cutoff, Design design) {
 
 bool finite(double v) { return std::isfinite(v); }
 
-// y[j] += h[t] * in[j - 2t] for every tap: taps outside keep the inner loop
-// contiguous, so it vectorises; built for AVX2 as well where the CPU has it
-// (the sideband path's largest cost).
-__attribute__((target_clones("avx2", "default")))
-void hilbertAccumulate(const double* taps, int tapCount, const double* in, double* y, int n) {
-    for (int t = 0; t < tapCount; ++t) {
-        const double h = taps[t];
-        const double* src = in - 2 * t;
-        for (int j = 0; j < n; ++j) y[j] += h * src[j];
-    }
-}
-
 }  // namespace
+
+void hilbertAccumulate(const double* taps, int tapCount, const double* in, double* y, int n) {
+    if (dspWideKernelsActive()) hilbertAccumulateWide(taps, tapCount, in, y, n);
+    else hilbertAccumulateLoop(taps, tapCount, in, y, n);
+}
 
 AudioChain::AudioChain(const AudioSettings& s)
     : mid_(kMid), demod_(kMid), hilbertIn_(kHilbertTaps - 1 + kMid, 0.0), hilbertOut_(kMid),
