@@ -107,7 +107,16 @@ TEST(ToolCli, RefusesWhatCannotBeMeant) {
     EXPECT_EQ(parseError({"sweep", "--start", "1G"}), "--start needs --stop");
     EXPECT_EQ(parseError({"sweep"}), "sweep needs a range: --start F --stop F, or --center F --span F");
     EXPECT_EQ(parseError({"--tone", "1G:-20", "list"}),
-              "--tone describes the signal at a simulated instrument; add --sim MODEL");
+              "--tone, --am and --fm describe the signal at a simulated instrument; add --sim MODEL");
+    EXPECT_EQ(parseError({"--sim", "Mesa2", "--am", "1M:-40:1k:1.5", "list"}),
+              "--am 1M:-40:1k:1.5: write FREQ:DBM:RATE:DEPTH, for example 1M:-40:1k:0.5 (depth 0 to 1)");
+    EXPECT_EQ(parseError({"audio", "--center", "98M", "--type", "wfm"}), "--type wfm: am, fm, usb, lsb or cw");
+    EXPECT_EQ(parseError({"vrt", "--center", "1G", "--count", "0"}),
+              "--count 0: a number of data packets, 1 to 10000000");
+    EXPECT_EQ(parseError({"vrt", "--center", "1G", "--stream-id", "0x1FFFFFFFF"}),
+              "--stream-id 0x1FFFFFFFF: 0 to 0xFFFFFFFF");
+    EXPECT_EQ(parseError({"vrt", "--center", "2400"}),
+              "--center 2.4 kHz is below the instruments' range (9 kHz); did you mean 2400M?");
     EXPECT_EQ(parseError({"--sim", "Mesa2", "--tone", "1G-20", "list"}), "--tone 1G-20: write FREQ:DBM, for example 2.4G:-30");
     EXPECT_EQ(parseError({"--sim", "Mesa9", "list"}), "--sim Mesa9: unknown model (Mesa1, Mesa2, Ridge2)");
     EXPECT_EQ(parseError({"list", "--rbw", "1M"}), "--rbw is not an option of list (see zr list --help)");
@@ -121,5 +130,5 @@ TEST(ToolCli, RefusesWhatCannotBeMeant) {
     EXPECT_EQ(parseError({"info", "123"}), "info 123: the serial must have 8 digits");
     EXPECT_EQ(parseError({"list", "extra"}), "unexpected argument extra (see zr list --help)");
     EXPECT_EQ(parseError({"--bogus", "list"}), "unknown option --bogus (see zr --help)");
-    EXPECT_EQ(parseError({}), "no command given (list, info, sweep, iq, version; see zr --help)");
+    EXPECT_EQ(parseError({}), "no command given (list, info, sweep, iq, audio, vrt, version; see zr --help)");
 }
